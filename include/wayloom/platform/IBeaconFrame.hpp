@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "wayloom/platform/CLBeacon.hpp"
+
+namespace wayloom::platform {
+
+// One received iBeacon advertisement.
+struct IBeaconFrame {
+  BeaconIdentity identity;
+  int rssi = 0;   // dBm as received; 0 or more and 127 are no measurements
+  int power = 0;  // dBm at one metre, as the frame claims: -128 to 127
+
+  // Reads the manufacturer data of company 0x004C: 02 15, UUID (16 bytes), major and minor (big-endian), power
+  // (signed); exactly 23 bytes. Anything else gives nothing.
+  static std::optional<IBeaconFrame> parse(std::uint16_t company, std::span<const std::uint8_t> data, int rssi);
+};
+
+}  // namespace wayloom::platform
