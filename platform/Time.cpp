@@ -14,9 +14,7 @@ Duration durationFromSeconds(double seconds) {
 }
 
 // Through long double, whose 64-bit mantissa holds every nanosecond count exactly: one rounding, not two.
-double secondsOf(Duration duration) {
-  return static_cast<double>(static_cast<long double>(duration.count()) / 1e9L);
-}
+double secondsOf(Duration duration) { return static_cast<double>(static_cast<long double>(duration.count()) / 1e9L); }
 
 CalendarTime calendarTimeFromSeconds(double seconds) { return CalendarTime(durationFromSeconds(seconds)); }
 

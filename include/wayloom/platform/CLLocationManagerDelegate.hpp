@@ -22,7 +22,7 @@ enum class CLAuthorizationStatus : int {
 
 // A direction from the platform's compass.
 struct CLHeading {
-  double magneticHeading = 0.0;  // degrees clockwise from magnetic north, 0 to 360
+  double magneticHeading = 0.0;   // degrees clockwise from magnetic north, 0 to 360
   double headingAccuracy = -1.0;  // degrees; negative: invalid
   CalendarTime timestamp;
 };

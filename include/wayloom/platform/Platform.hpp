@@ -77,7 +77,8 @@ class Platform {
   // the Platform, destroyed in reverse order of making. Any thread; `make` may ask for other instances.
   template <class T, class Make>
   T& shared(Make&& make) {
-    return *static_cast<T*>(sharedInstance(typeid(T), [&]() -> std::shared_ptr<void> { return std::forward<Make>(make)(); }));
+    return *static_cast<T*>(
+        sharedInstance(typeid(T), [&]() -> std::shared_ptr<void> { return std::forward<Make>(make)(); }));
   }
 
  private:
