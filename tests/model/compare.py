@@ -36,7 +36,7 @@ def same_line(ours, theirs):
 def printed_by(command):
     """The lines printed, and what was wrong with the run, if anything."""
     try:
-        run = subprocess.run(command, capture_output=True, text=True, timeout=TIME_LIMIT)
+        run = subprocess.run(command, capture_output=True, encoding='utf-8', timeout=TIME_LIMIT)
     except subprocess.TimeoutExpired:
         return [], f'no end after {TIME_LIMIT} s'
     lines = []

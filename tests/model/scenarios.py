@@ -72,7 +72,7 @@ class Scenario:
         return self.rng.choice(forms)
 
     def make_maps(self):
-        base = self.rng.choice((0.0, 50.1, -33.9, 60.0, 78.2)), self.rng.choice((0.0, 8.6, -122.4, 179.999))
+        base = self.rng.choice((0.0, 50.1, -33.9, 60.0, 78.2)), self.rng.choice((0.0, 8.6, -122.4, 179.9))
         maps = {}
         names = ('lobby', 'floor-1', 'floor-2', 'annex', 'Übergang', 'a b')
         for map_id in self.rng.sample(names, self.rng.randint(1, 4)):
