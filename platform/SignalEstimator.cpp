@@ -19,21 +19,24 @@ double readingVariance(double innovation, double levelVariance) {
 }  // namespace
 
 void SignalEstimator::add(int rssi, MonotonicTime when) {
-  const bool first = variance_ == 0.0 || when - heard_ > kMemory;
-  if (first) {
-    level_ = rssi;
-    variance_ = kPeakVariance;
-    heard_ = when;
-    return;
-  }
+  if (variance_ == 0.0 || when - heard_ > kMemory) return startAfresh(rssi, when);
   if (when > heard_) {
     variance_ += kDriftVariance * secondsOf(when - heard_);
     heard_ = when;
   }
   const double innovation = rssi - level_;
+  deepFades_ = innovation < -kDeepFade ? deepFades_ + 1 : 0;
+  if (deepFades_ == kDeepFades) return startAfresh(rssi, heard_);
   const double gain = variance_ / (variance_ + readingVariance(innovation, variance_));
   level_ += gain * innovation;
   variance_ *= 1.0 - gain;
+}
+
+void SignalEstimator::startAfresh(int rssi, MonotonicTime when) {
+  level_ = rssi;
+  variance_ = kPeakVariance;
+  heard_ = when;
+  deepFades_ = 0;
 }
 
 double SignalEstimator::level(MonotonicTime now) const {

@@ -15,7 +15,7 @@
 
 namespace wayloom::platform {
 
-// One beacon's signal: 24 bytes, constant time a frame, no allocation. Not thread-safe. Times are those of receipt on
+// One beacon's signal: 32 bytes, constant time a frame, no allocation. Not thread-safe. Times are those of receipt on
 // the monotonic clock; one that lies before an earlier one counts as the earlier one.
 class SignalEstimator {
  public:
@@ -38,6 +38,11 @@ class SignalEstimator {
   // Beyond this many standard deviations a reading's weight falls in proportion (Huber, Annals of Mathematical
   // Statistics 35, 1964: 1.345 keeps 95 % of the efficiency on clean normal data).
   static constexpr double kOutlierDeviations = 1.5;
+
+  // A fade this deep has a probability of 6 % in Rayleigh fading; kDeepFades of them in a row, 1 in 70 000. Then it was
+  // no fade: somebody shut a door or turned a corner, and the filter starts afresh from the last reading.
+  static constexpr double kDeepFade = 12.0;  // dB below the level
+  static constexpr int kDeepFades = 4;
 
   // A beacon loses this many dB for each second of silence. After kMemory that is kPeakDeviation: by the time it is
   // given up it has lost one standard deviation against a neighbour that is still heard.
@@ -69,9 +74,12 @@ class SignalEstimator {
   static CLProximity proximity(double metres);
 
  private:
+  void startAfresh(int rssi, MonotonicTime when);
+
   double level_ = 0.0;     // dBm
   double variance_ = 0.0;  // dB^2; 0 before the first reading
   MonotonicTime heard_;
+  int deepFades_ = 0;  // in a row
 };
 
 }  // namespace wayloom::platform
