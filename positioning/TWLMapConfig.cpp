@@ -30,8 +30,8 @@ void TWLMapConfig::loadFromJSONObject(const Json& object) {
   pixelsPerMeter_ = number(object, QMBY_MAP_CONFIG_PIXELS_PER_METER_KEY);
   mapPixelWidth_ = truncated(number(object, QMBY_MAP_CONFIG_MAP_PIXEL_WIDTH_KEY));
   mapPixelHeight_ = truncated(number(object, QMBY_MAP_CONFIG_MAP_PIXEL_HEIGHT_KEY));
-  mapCornerOffset_ = singlePrecisionPoint(object, QMBY_MAP_CONFIG_MAP_CORNER_OFFSET_X_KEY,
-                                          QMBY_MAP_CONFIG_MAP_CORNER_OFFSET_Y_KEY);
+  mapCornerOffset_ =
+      singlePrecisionPoint(object, QMBY_MAP_CONFIG_MAP_CORNER_OFFSET_X_KEY, QMBY_MAP_CONFIG_MAP_CORNER_OFFSET_Y_KEY);
   overlayPixelOffset_ = singlePrecisionPoint(object, QMBY_MAP_CONFIG_OVERLAY_PIXEL_OFFSET_X_KEY,
                                              QMBY_MAP_CONFIG_OVERLAY_PIXEL_OFFSET_Y_KEY);
   hideMap_ = platform::boolValue(member(object, QMBY_MAP_CONFIG_HIDE_MAP_KEY));
