@@ -1,11 +1,11 @@
 // Manufacturer data of any length, and what a ranger makes of the frames in it.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
 
 #include "wayloom/platform/BeaconRanger.hpp"
+#include "wayloom/platform/SignalEstimator.hpp"
 
 namespace {
 
