@@ -24,7 +24,7 @@ struct TruthPoint {
 // What the library said; no place: it said that it knows none.
 struct ReportedPosition {
   double t = 0.0;
-  std::optional<PlanPoint> place;
+  std::optional<PlanPoint> place{};
   double uncertaintyMeters = 0.0;
 };
 
@@ -48,7 +48,7 @@ using PlanDistance = std::function<double(const PlanPoint&, const PlanPoint&)>;
 struct EvaluatedSecond {
   double t = 0.0;
   PlanPoint truth;
-  std::optional<PlanPoint> reported;
+  std::optional<PlanPoint> reported{};
   int nearestBeacon = -1;   // the one nearest to the truth, on the truth's map
   int reportedBeacon = -1;  // the one whose place was reported
   double errorMeters = 0.0;

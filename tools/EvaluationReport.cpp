@@ -25,9 +25,9 @@ th:first-child,td:first-child{text-align:left}tfoot td{font-weight:600}
 figure{margin:0}figcaption{color:var(--muted);font-size:.9rem}
 svg{display:block;width:100%;height:auto}.plan{background:#fff;border:1px solid var(--line);border-radius:6px}
 .truth{fill:none;stroke:var(--truth);stroke-width:3;stroke-linejoin:round;stroke-linecap:round}
-.still{fill:var(--truth)}.reported{fill:var(--reported);fill-opacity:.75}.error{stroke:var(--link);stroke-width:1}
+.reported{fill:var(--reported);fill-opacity:.75}.error{stroke:var(--link);stroke-width:1}
 .beacon{fill:#fff;stroke:#1c2733;stroke-width:1.2}
-.axis{stroke:var(--line)}.grid{stroke:var(--line);stroke-dasharray:2 4}
+.grid{stroke:var(--line);stroke-dasharray:2 4}
 text{fill:var(--muted);font:11px system-ui,sans-serif}.curve{fill:none;stroke:var(--reported);stroke-width:2.5}
 .curve.one{stroke-width:1;stroke-opacity:.4}
 .key i{display:inline-block;width:.8rem;height:.8rem;border-radius:50%;margin:0 .3rem 0 1rem;vertical-align:-.05rem}
