@@ -1,5 +1,6 @@
 // Lenient reading of single JSON values: documents give numbers as numbers or as text, and every reader of a number
-// accepts both. A text is converted by its leading part (blanks, a sign, digits), as far as it goes.
+// accepts both. A text is converted by its leading part (blanks, a sign, digits), as far as it goes, in every locale
+// alike.
 //
 // All functions accept any type of value and a null pointer (a missing member), never throw, and may be called from
 // any thread.
@@ -25,10 +26,11 @@ bool isNull(const Json* value);
 // decimal integer ("12 m" is 12, "x" is 0); anything else 0.
 std::int64_t integerValue(const Json* value);
 
-// A number; true is 1; a text by its leading decimal number with optional fraction and exponent; anything else 0.
+// A number; true is 1; a text by its leading decimal number with optional fraction and exponent (beyond a double's
+// range the largest finite one); anything else 0, "inf" and "nan" too.
 double doubleValue(const Json* value);
 
-// As doubleValue, in single precision.
+// As doubleValue, rounded to single precision; beyond its range the largest finite float.
 float floatValue(const Json* value);
 
 // Any number but 0; true; a text that begins, after blanks, a sign and zeros, with one of YyTt1-9; anything else false.
