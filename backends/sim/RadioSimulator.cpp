@@ -9,7 +9,7 @@
 namespace wayloom::sim {
 namespace {
 
-// Beacons add up to this to every interval, lest two of them collide for ever (Bluetooth Core Specification, vol. 6,
+// Beacons add up to this to every interval, lest two of them collide for ever (Bluetooth Core 5.4, vol. 6,
 // part B, 4.4.2.2).
 constexpr double kAdvertisingDelay = 0.010;
 
