@@ -67,7 +67,7 @@ TGFKitPtr readKit(platform::Platform& platform, const std::string& venue, std::s
     error = path + ": there is no object under \"kit\"";
     return nullptr;
   }
-  return TGFAPIDeserializer(platform).buildKit(*kit);
+  return TGFAPIDeserializer::buildKit(platform, std::make_shared<const platform::Json>(*kit));
 }
 
 std::vector<PlacedBeacon> placedBeacons(platform::Platform& platform, const TGFKit& kit) {
