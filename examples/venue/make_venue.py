@@ -4,7 +4,7 @@
     make_venue.py           writes every file beside this script; a rerun writes the same bytes
     make_venue.py --check   writes nothing; says what is inconsistent or out of date, and fails when anything is
 
-The geometry is in generator/house.py, generator/garden.py and generator/tour.py. Needs Python 3.9 and nothing else."""
+The geometry is in generator/house.py, generator/garden.py and generator/tour.py. Needs nothing but Python 3."""
 import argparse
 import sys
 from pathlib import Path

@@ -35,7 +35,8 @@ def check_entries():
         if 'map_id' not in attributes:
             continue
         configuration = maps[attributes['map_id']]
-        if not is_visible(configuration, *geographic_to_pixel(configuration, attributes['latitude'], attributes['longitude'])):
+        pixel = geographic_to_pixel(configuration, attributes['latitude'], attributes['longitude'])
+        if not is_visible(configuration, *pixel):
             yield f'beacon {entry["identifier"]} is outside its map'
 
 

@@ -86,7 +86,8 @@ def obstacles(configuration, map_id, walls):
 def address(beacon):
     """A made-up random static address, one for each beacon."""
     digest = zlib.crc32(beacon.identifier.encode())
-    octets = [0xC0 | digest >> 26, digest >> 18 & 255, digest >> 10 & 255, digest >> 2 & 255, beacon.major, beacon.minor]
+    octets = [digest >> shift & 255 for shift in (26, 18, 10, 2)] + [beacon.major, beacon.minor]
+    octets[0] |= 0xC0
     return ':'.join(f'{octet:02X}' for octet in octets)
 
 
@@ -99,8 +100,8 @@ def radio():
     beacons = []
     for beacon in BEACONS:
         x, y = pixel(configuration, beacon.map_id, beacon.frame, beacon.position)
-        beacons.append({'uuid': uuid_of(beacon), 'major': beacon.major, 'minor': beacon.minor, 'address': address(beacon),
-                        'map_id': beacon.map_id, 'x': x, 'y': y, 'height_m': beacon.height,
+        beacons.append({'uuid': uuid_of(beacon), 'major': beacon.major, 'minor': beacon.minor,
+                        'address': address(beacon), 'map_id': beacon.map_id, 'x': x, 'y': y, 'height_m': beacon.height,
                         'power_at_1m_dbm': beacon.real_power, 'advertised_power_dbm': beacon.advertised_power,
                         'advertising_interval_s': beacon.interval})
     return {
@@ -117,10 +118,10 @@ def tour():
     configuration, waypoints = map_configuration(), []
     for step in TOUR:
         x, y = pixel(configuration, step.map_id, step.frame, step.position)
-        waypoints.append({'map_id': step.map_id, 'x': x, 'y': y,
-                          **({'pause_s': step.pause} if step.pause else {}),
-                          **({'speed_m_s': step.speed} if step.speed else {}), **({'note': step.note} if step.note else {})})
-    return {'version': 1, 'name': 'A tour of Quill House', 'start': 1749981600, 'speed_m_s': 1.15, 'waypoints': waypoints}
+        extras = {'pause_s': step.pause, 'speed_m_s': step.speed, 'note': step.note}
+        waypoints.append({'map_id': step.map_id, 'x': x, 'y': y, **{k: v for k, v in extras.items() if v}})
+    return {'version': 1, 'name': 'A tour of Quill House', 'start': 1749981600, 'speed_m_s': 1.15,
+            'waypoints': waypoints}
 
 
 def property_lists():

@@ -36,18 +36,20 @@ TREES = ((19.2, 24.6, 2.3), (4.0, 5.0, 2.4), (9.5, 9.5, 2.0), (4.6, 14.0, 2.2), 
 ORCHARD = tuple((x, y, 1.25) for y in (14.5, 19.0, 23.5) for x in (56.0, 59.3)) + tuple(
     (x, y, 1.25) for y in (32.5, 36.5, 40.5) for x in (50.0, 54.0, 58.0))
 BEDS = tuple((1.5, y, 4.0, 1.1) for y in (29.6, 31.3, 33.0, 34.7))
-BENCHES = ((23.0, 20.4, 1.8, 0.5), (27.2, 25.6, 1.8, 0.5), (20.6, 36.6, 1.8, 0.5))
+BENCHES = ((23.0, 20.4, 1.8, 0.5), (21.6, 27.8, 1.8, 0.5), (20.6, 36.6, 1.8, 0.5))
 CAFE_TABLES = ((36.4, 24.6), (34.6, 26.6), (37.0, 27.4))
 
 BEACONS = (
-    Beacon('courtyard', 'Courtyard', 9, 1, 'garden', PROPERTY, FOUNTAIN, 1.6, -55.5, -56, 0.5, {'measured_power': '-56'}),
+    Beacon('courtyard', 'Courtyard', 9, 1, 'garden', PROPERTY, FOUNTAIN, 1.6, -55.5, -56, 0.5,
+           {'measured_power': '-56'}),
     Beacon('pavilion', 'Garden Pavilion', 9, 2, 'garden', PROPERTY, PAVILION, 2.4, -57.0, -56, 0.5,
            {'measured_power': '-56'}),
 )
 
 SHEETS = (
     Sheet('ground-floor', 'Quill House, ground floor', NORTH_WING, left=-2.0, top=-4.6, width=36.0, height=24.0,
-          reference=(0.0, 0.0), overlay_origin=(0.0, 0.0), pixels_per_meter=25, floor=0, elevation=0.0, crop_height=21.0),
+          reference=(0.0, 0.0), overlay_origin=(0.0, 0.0), pixels_per_meter=25, floor=0, elevation=0.0,
+          crop_height=21.0),
     Sheet('upper-floor', 'Quill House, upper floor', EAST_WING, left=-9.5, top=-2.25, width=20.0, height=20.0,
           reference=(1.6, 2.5), overlay_origin=(0.0, 0.0), pixels_per_meter=32, floor=1, elevation=STOREY),
     Sheet('garden', 'Quill House, garden and courtyard', PROPERTY, left=-3.0, top=-3.0, width=68.0, height=52.0,

@@ -111,7 +111,7 @@ GROUND_ROOMS = (
     Room(N, box(6.5, 5, LENGTH, 8), 'passage', ('Cloister',), (8.9, 6.55), True),
     Room(N, FOYER, 'foyer', ('Foyer',), (17.4, 2.4)),
     Room(E, box(0, 0, 3.2, 5), 'stairs', ('Stairs',), (1.6, 3.95), True),
-    Room(E, box(3.2, 0, 8, 5), 'shop', ('Shop',), (5.6, 2.6)),
+    Room(E, box(3.2, 0, 8, 5), 'shop', ('Shop',), (5.5, 2.0)),
     Room(E, box(0, 5, 8, 10), 'cafe', ('Café',), (2.6, 7.3)),
     Room(E, box(0, 10, 8, 15), 'workshop', ('Paper', 'Workshop'), (4.1, 11.9)),
 )

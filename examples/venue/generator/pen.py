@@ -5,20 +5,51 @@ import math
 import zlib
 
 STYLE = """\
-.paper{fill:#faf6ec}.ink{fill:none;stroke:#4a4a52;stroke-linecap:round;stroke-linejoin:round}
-.thin{stroke-width:1.1}.fine{stroke-width:.7;stroke:#7d7a74}.dash{stroke-dasharray:5 4}
-.wall{stroke:#3b3f4a;stroke-linecap:butt;fill:none}.node{fill:#3b3f4a}.garden-wall{stroke:#8d7f6d;stroke-linecap:butt;fill:none}
-.garden-node{fill:#8d7f6d}.pane{fill:#e3f0f5;stroke:#3b3f4a;stroke-width:.9}
-.exhibition{fill:#f6e2bf}.service{fill:#e4e1da}.passage{fill:#f7ecd6}.foyer{fill:#fbeeda}.stairs{fill:#e7dfe9}
-.shop{fill:#f3d9cf}.cafe{fill:#f7dcc0}.workshop{fill:#dfe7d2}.terrace{fill:#efe4d3}.maps{fill:#d7e4ea}.library{fill:#dde8d6}
-.grass{fill:#dce8c6}.lawn{fill:#cfe0b5}.stone{fill:#ece3d2}.water{fill:#c5dfe8}.bed{fill:#cbb798}
-.leaf{fill:#a9c78b;stroke:#6f9159;stroke-width:1}.leaf2{fill:#bcd49d;stroke:#7d9c64;stroke-width:1}
-.track{fill:none;stroke:#f1e6cd;stroke-linecap:round}.path{fill:#f1e6cd!important}.track-edge{fill:none;stroke:#cdbf9f;stroke-linecap:round}
-.tuft{fill:none;stroke:#b4cb93;stroke-width:1;stroke-linecap:round}.paving{stroke:#d6cab2;stroke-width:1}.tile{stroke:#cdc1b2;stroke-width:1}
-.crown{fill:#c3dba6;fill-opacity:.7}.street{fill:#e2dfd8}.roof{fill:#e6ded4}.wood{fill:#fffaf0;stroke:#857f74;stroke-width:1}.steel{fill:#e9e7e4;stroke:#77757a;stroke-width:1}
+.paper{fill:#faf6ec}
+.ink{fill:none;stroke:#4a4a52;stroke-linecap:round;stroke-linejoin:round}
+.thin{stroke-width:1.1}
+.fine{stroke-width:.7;stroke:#7d7a74}
+.dash{stroke-dasharray:5 4}
+.wall{stroke:#3b3f4a;stroke-linecap:butt;fill:none}
+.node{fill:#3b3f4a}
+.garden-wall{stroke:#8d7f6d;stroke-linecap:butt;fill:none}
+.garden-node{fill:#8d7f6d}
+.pane{fill:#e3f0f5;stroke:#3b3f4a;stroke-width:.9}
+.exhibition{fill:#f6e2bf}
+.service{fill:#e4e1da}
+.passage{fill:#f7ecd6}
+.foyer{fill:#fbeeda}
+.stairs{fill:#e7dfe9}
+.shop{fill:#f3d9cf}
+.cafe{fill:#f7dcc0}
+.workshop{fill:#dfe7d2}
+.terrace{fill:#efe4d3}
+.maps{fill:#d7e4ea}
+.library{fill:#dde8d6}
+.grass{fill:#dce8c6}
+.stone{fill:#ece3d2}
+.water{fill:#c5dfe8}
+.bed{fill:#cbb798}
+.leaf{fill:#a9c78b;stroke:#6f9159;stroke-width:1}
+.leaf2{fill:#bcd49d;stroke:#7d9c64;stroke-width:1}
+.track{fill:none;stroke:#f1e6cd;stroke-linecap:round}
+.track-edge{fill:none;stroke:#cdbf9f;stroke-linecap:round}
+.sandy{fill:#f1e6cd;stroke:#cdbf9f}
+.tuft{fill:none;stroke:#b4cb93;stroke-width:1;stroke-linecap:round}
+.paving{stroke:#d6cab2;stroke-width:1}
+.tile{stroke:#cdc1b2;stroke-width:1}
+.crown{fill:#c3dba6;fill-opacity:.7}
+.street{fill:#e2dfd8}
+.roof{fill:#e6ded4}
+.wood{fill:#fffaf0;stroke:#857f74;stroke-width:1}
+.steel{fill:#e9e7e4;stroke:#77757a;stroke-width:1}
 text{font-family:"Gill Sans","Trebuchet MS","DejaVu Sans",Verdana,sans-serif;fill:#33353d;text-anchor:middle}
 .halo{paint-order:stroke;stroke:#fffdf7;stroke-opacity:.75;stroke-width:3;stroke-linejoin:round}
-.small{fill:#5d5b5a}.title{font-family:Georgia,"DejaVu Serif",serif;text-anchor:start}.left{text-anchor:start}.middle{text-anchor:middle}.haze{fill:#faf6ec;fill-opacity:.5}
+.small{fill:#5d5b5a}
+.title{font-family:Georgia,"DejaVu Serif",serif;text-anchor:start}
+.left{text-anchor:start}
+.middle{text-anchor:middle}
+.haze{fill:#faf6ec;fill-opacity:.5}
 """
 
 
@@ -45,6 +76,14 @@ class Pen:
     def add(self, text):
         self.parts.append(text)
 
+    def is_off(self, points, margin=0.5):
+        """Whether all of a drawing lies beyond the sheet's edges; such a drawing is left out."""
+        sheet = self.sheet
+        shown = [sheet.frame.from_site(*self.frame.to_site(*p)) for p in points]
+        xs, ys = [p[0] - sheet.left for p in shown], [p[1] - sheet.top for p in shown]
+        return (max(xs) < -margin or min(xs) > sheet.width + margin
+                or max(ys) < -margin or min(ys) > sheet.height + margin)
+
     def drawn(self, points, closed):
         """The points with wavering ones between them, about one a metre."""
         ends = list(points) + ([points[0]] if closed else [])
@@ -54,11 +93,14 @@ class Pen:
             for i in range(1, int(length / 0.9) + 1):
                 u = i / (int(length / 0.9) + 1)
                 seed = f'{ax:.2f} {ay:.2f} {bx:.2f} {by:.2f} {i}'
-                result.append((ax + (bx - ax) * u + waver(seed + 'x', 0.025), ay + (by - ay) * u + waver(seed + 'y', 0.025)))
+                result.append((ax + (bx - ax) * u + waver(seed + 'x', 0.025),
+                               ay + (by - ay) * u + waver(seed + 'y', 0.025)))
             result.append((bx, by))
         return result[:-1] if closed else result
 
     def line(self, points, css='ink thin', closed=False, straight=False, extra=''):
+        if self.is_off(points):
+            return
         shown = points if straight else self.drawn(points, closed)
         data = 'M' + 'L'.join(self.point(*p) for p in shown) + ('Z' if closed else '')
         self.add(f'<path class="{css}" d="{data}"{extra}/>')
@@ -71,6 +113,8 @@ class Pen:
 
     def curve(self, points, css, closed=True, extra=''):
         """A smooth line through the points."""
+        if self.is_off(points, 2.0):
+            return
         n = len(points)
         get = (lambda i: points[i % n]) if closed else (lambda i: points[min(max(i, 0), n - 1)])
         data = 'M' + self.point(*points[0])
@@ -82,6 +126,8 @@ class Pen:
         self.add(f'<path class="{css}" d="{data}{"Z" if closed else ""}"{extra}/>')
 
     def circle(self, x, y, radius, css):
+        if self.is_off([(x, y)], radius):
+            return
         cx, cy = self.point(x, y).split()
         self.add(f'<circle class="{css}" cx="{cx}" cy="{cy}" r="{self.size(radius)}"/>')
 
@@ -104,8 +150,8 @@ class Pen:
 
     def svg(self):
         width, height = self.sheet.image_size()
-        head = (f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" viewBox="0 0 {width} {height}" '
-                f'role="img">\n<title>{self.description}</title>\n<style>\n{STYLE}</style>\n'
+        head = (f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
+                f'viewBox="0 0 {width} {height}" role="img">\n<title>{self.description}</title>\n<style>\n{STYLE}</style>\n'
                 f'<clipPath id="sheet"><rect width="{width}" height="{height}" rx="14"/></clipPath>\n'
                 f'<g clip-path="url(#sheet)">\n<rect class="paper" width="{width}" height="{height}"/>\n')
         return head + '\n'.join(self.parts) + '\n</g>\n</svg>\n'

@@ -12,6 +12,10 @@
 #include "wayloom/regions/BeaconConstraint.hpp"
 #include "wayloom/regions/TGFRegion.hpp"
 
+namespace wayloom::platform {
+class Platform;
+}
+
 namespace wayloom {
 
 // One beacon: as the kit describes it, or as it was just ranged, with what the kit says of its identity.
@@ -54,6 +58,11 @@ class TGFBeacon : public TGFRegion {
   void addCurrentRssiMeasurement(platform::MonotonicTime now);
   // Drops the samples older than the window and averages the rest.
   void recalculate(platform::MonotonicTime now, platform::Duration window);
+
+  // Length of the averaging window in seconds, 5 by default: one setting for all beacons of a Platform. It takes effect
+  // with each beacon's next ranging. Any thread.
+  static double secondsToAverage(platform::Platform& platform);
+  static void setSecondsToAverage(platform::Platform& platform, double seconds);
 
   // Metres, from the running average and the measured power; -1 when unknown.
   double distance() const;

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "wayloom/maps/MapCatalogue.hpp"
+#include "wayloom/platform/Time.hpp"
+
+namespace wayloom::platform {
+class Platform;
+}
+
+namespace wayloom {
+
+// The built-in document: resource name, of type "json", in the main bundle.
+inline constexpr std::string_view BUILT_IN_JSON_FILENAME = "map_config";
+// The saved document: file name in the Documents directory.
+inline constexpr std::string_view SAVED_JSON_FILENAME = "map_config_updated.json";
+// User-defaults key: whole seconds since 1970 of the last finished update.
+inline constexpr std::string_view MAP_CONFIG_UPDATE_TIME_KEY = "qmby_map_config_update_time";
+
+// The venue's floor-plan maps by map id, from the saved map configuration document or, without one, from the document
+// that is built into the application.
+//
+// A document is a JSON object: each member's name is a map id, its value the map. Map ids are outside text and serve as
+// keys only. All operations may be called from any thread; files and user defaults are read on the caller's. The
+// Platform must outlive the repository.
+class TWLMapConfigRepo {
+ public:
+  // The Platform's own instance.
+  static TWLMapConfigRepo& sharedRepo(platform::Platform& platform);
+
+  // Loads, then takes updateUrl from the map layer's settings.
+  explicit TWLMapConfigRepo(platform::Platform& platform);
+  // Only the maps of this document; no file is read, and there is no updateUrl.
+  TWLMapConfigRepo(platform::Platform& platform, std::string_view json);
+  TWLMapConfigRepo(const TWLMapConfigRepo&) = delete;
+  TWLMapConfigRepo& operator=(const TWLMapConfigRepo&) = delete;
+
+  // The saved document or, when it is missing or useless, the built-in one. When both are, the maps stay as they were.
+  void load();
+  bool loadFromSavedJSONFile();
+  bool loadFromBuiltInJSONFile();
+  // Replaces all maps by those of the document. False, and nothing changes, when it is malformed or holds no map;
+  // members that are no objects are left out and logged.
+  bool loadFromJSON(std::string_view data);
+  // Deletes the built-in document, not the saved one, and loads again.
+  void reset();
+
+  // Map ids and maps in the document's order.
+  std::vector<std::string> mapIds() const;
+  std::vector<TWLMapConfigPtr> maps() const;
+  TWLMapConfigPtr forMapId(std::string_view mapId) const;  // null when unknown
+  // All of them as they are now: replaced as a whole, never changed in place. Never null.
+  std::shared_ptr<const MapCatalogue> configRepo() const;
+
+  // Absolute URL of the document on the server; nothing when none is configured.
+  std::optional<std::string> updateUrl() const;
+  void setUpdateUrl(std::optional<std::string> url);
+  // Kept for the host; the repository never asks it.
+  bool updatesEnabled() const { return updatesEnabled_; }
+  void setUpdatesEnabled(bool enabled) { updatesEnabled_ = enabled; }
+
+  // Whole seconds since 1970 of the last finished update; before the first, of the built-in document's modification
+  // (0 without one).
+  std::int64_t lastUpdateTime() const;
+  // Stores the current time as that, and writes it to disk at once.
+  void setLastUpdateTime();
+
+  // Reads an HTTP date such as "Sun, 06 Nov 1994 08:49:37 GMT": English names in any case, the day of the week not
+  // compared with the date, a time zone of GMT, UTC, UT, Z or an offset such as +0100. Anything else gives nothing.
+  static std::optional<platform::CalendarTime> dateFrom(const std::optional<std::string>& text);
+
+ private:
+  std::optional<std::string> builtInPath() const;
+  void log(std::string_view line) const;
+
+  platform::Platform& platform_;
+  mutable std::mutex mutex_;  // guards the two below
+  std::shared_ptr<const MapCatalogue> configRepo_ = std::make_shared<const MapCatalogue>();
+  std::optional<std::string> updateUrl_;
+  std::atomic<bool> updatesEnabled_ = false;
+};
+
+}  // namespace wayloom

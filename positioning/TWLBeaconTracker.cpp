@@ -1,0 +1,106 @@
+#include "wayloom/positioning/TWLBeaconTracker.hpp"
+
+#include <utility>
+
+#include "wayloom/platform/Platform.hpp"
+
+#include "positioning/AveragingPeriod.hpp"
+#include "positioning/TrackedIndex.hpp"
+
+namespace wayloom {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr platform::Duration kRetention = 5s;
+constexpr std::string_view kRetentionText = "5.000000";
+
+std::string textOf(const std::optional<std::int64_t>& number) { return number ? std::to_string(*number) : "(null)"; }
+
+std::string textOf(const platform::BeaconIdentity& identity) {
+  return identity.uuid.string() + " " + std::to_string(identity.major) + " " + std::to_string(identity.minor);
+}
+
+}  // namespace
+
+struct TWLBeaconTracker::Indices {
+  TrackedIndex tracked;  // places in tracked_
+  TrackedIndex next;     // places in next_
+};
+
+TWLBeaconTracker::TWLBeaconTracker(platform::Platform& platform)
+    : platform_(platform), averagingPeriod_(AveragingPeriod::shared(platform)), indices_(std::make_unique<Indices>()) {}
+
+TWLBeaconTracker::~TWLBeaconTracker() = default;
+
+void TWLBeaconTracker::updateWithRangedBeacons(const TGFBeaconList& beacons) {
+  updateWithRangedBeacons(beacons, platform_.monotonicClock().now());
+}
+
+void TWLBeaconTracker::updateWithRangedBeacons(const TGFBeaconList& beacons, platform::MonotonicTime now) {
+  {
+    const std::lock_guard lock(mutex_);
+    next_.clear();
+    indices_->next.reset(beacons.size() + tracked_.size());
+    takeRanged(beacons, now);
+    takeUnseen(now);
+    tracked_.swap(next_);
+    std::swap(indices_->tracked, indices_->next);
+  }
+  if (!dropped_.empty()) logDropped();
+}
+
+void TWLBeaconTracker::takeRanged(const TGFBeaconList& beacons, platform::MonotonicTime now) {
+  const platform::Duration window = averagingPeriod_.window();
+  for (const auto& ranged : beacons) {
+    if (!ranged || !ranged->beacon()) continue;
+    const auto identity = ranged->beacon()->identity();
+    const auto place = indices_->next.findOrPut(identity, static_cast<std::uint32_t>(next_.size()));
+    if (place == next_.size())
+      next_.push_back(*ranged);
+    else
+      next_[place] = *ranged;
+    const auto previous = indices_->tracked.find(identity);
+    next_[place].applyRssiMeasurements(previous == TrackedIndex::kNone ? nullptr : &tracked_[previous], now, window);
+  }
+}
+
+void TWLBeaconTracker::takeUnseen(platform::MonotonicTime now) {
+  dropped_.clear();
+  for (auto& beacon : tracked_) {
+    const auto identity = beacon.beacon()->identity();
+    if (indices_->next.find(identity) != TrackedIndex::kNone) continue;
+    if (now - *beacon.lastDetected() < kRetention) {
+      indices_->next.findOrPut(identity, static_cast<std::uint32_t>(next_.size()));
+      next_.push_back(std::move(beacon));
+    } else {
+      dropped_.push_back(identity);
+    }
+  }
+}
+
+// The line names the limit, not the time that went by.
+void TWLBeaconTracker::logDropped() const {
+  for (const auto& identity : dropped_)
+    platform_.systemLog().write("Stopping tracking: " + textOf(identity) + " because we have not seen it in " +
+                                std::string(kRetentionText) + " seconds");
+}
+
+TGFBeaconList TWLBeaconTracker::trackedBeacons() const {
+  std::shared_ptr<const std::vector<TGFBeacon>> copies;
+  {
+    const std::lock_guard lock(mutex_);
+    copies = std::make_shared<const std::vector<TGFBeacon>>(tracked_);
+  }
+  TGFBeaconList list;
+  list.reserve(copies->size());
+  for (const auto& beacon : *copies) list.emplace_back(copies, &beacon);
+  return list;
+}
+
+std::string TWLBeaconTracker::identifierStringForBeacon(const TGFBeacon& beacon) {
+  return (beacon.uuid() ? beacon.uuid()->string() : "(null)") + " " + textOf(beacon.major()) + " " +
+         textOf(beacon.minor());
+}
+
+}  // namespace wayloom

@@ -1,0 +1,96 @@
+#include "wayloom/positioning/TWLLocationUtils.hpp"
+
+#include <cmath>
+#include <utility>
+
+#include "wayloom/maps/TWLMapConfigRepo.hpp"
+#include "wayloom/platform/Platform.hpp"
+#include "wayloom/positioning/TWLLocationTracker.hpp"
+
+#include "positioning/FixAge.hpp"
+
+namespace wayloom {
+namespace {
+
+// WGS 84, metres.
+constexpr double kEquatorialRadius = 6378137.0;
+constexpr double kPolarRadius = 6356752.3142;
+// Length of a degree of latitude, metres: constant, cos 2 phi and cos 4 phi terms.
+constexpr double kLatitudeTerm0 = 111132.954;
+constexpr double kLatitudeTerm2 = -559.822;
+constexpr double kLatitudeTerm4 = 1.175;
+
+constexpr double kBeaconUncertaintyFactor = 2.0;
+constexpr std::int64_t kFallbackFixAge = 180;  // seconds; a fix this old is not used
+
+std::shared_ptr<TWLMapLocation> locationOfBeacon(platform::Platform& platform, const TGFBeacon& beacon) {
+  const BeaconMatch& match = beacon.match();
+  auto location = TWLLocationUtils::mapLocationForGeolocationForMapId(platform, {match.latitude, match.longitude},
+                                                                      match.mapId ? *match.mapId : std::string());
+  location->setUncertaintyRadiusMeters(beacon.accuracy() * kBeaconUncertaintyFactor);
+  return location;
+}
+
+std::shared_ptr<TWLMapLocation> locationOfFix(platform::Platform& platform, const platform::CLLocation& fix) {
+  if (fixAge(fix.timestamp, platform.calendarClock().now()) >= kFallbackFixAge) return nullptr;
+  auto location = TWLLocationUtils::mapLocationForGeoLocation(platform, fix.coordinate);
+  if (location) location->setUncertaintyRadiusMeters(fix.horizontalAccuracy);
+  return location;
+}
+
+}  // namespace
+
+std::shared_ptr<TWLMapLocation> TWLLocationUtils::currentMapLocation(platform::Platform& platform) {
+  return currentMapLocation(platform, TWLLocationTracker::sharedLocationTracker(platform));
+}
+
+std::shared_ptr<TWLMapLocation> TWLLocationUtils::currentMapLocation(platform::Platform& platform,
+                                                                     TWLLocationTracker& tracker) {
+  if (const auto beacon = tracker.closestBeacon()) return locationOfBeacon(platform, *beacon);
+  const auto fix = tracker.locationFromCoreLocation();
+  return fix ? locationOfFix(platform, *fix) : nullptr;
+}
+
+double TWLLocationUtils::longitudinalLengthForLatitude(double latitude) {
+  const double reduced = std::atan(kPolarRadius / kEquatorialRadius * std::tan(latitude * kRadiansPerDegree));
+  return kEquatorialRadius * std::cos(reduced) * kRadiansPerDegree;
+}
+
+double TWLLocationUtils::latitudinalLengthForLatitude(double latitude) {
+  const double phi = latitude * kRadiansPerDegree;
+  return kLatitudeTerm0 + kLatitudeTerm2 * std::cos(2.0 * phi) + kLatitudeTerm4 * std::cos(4.0 * phi);
+}
+
+Point TWLLocationUtils::rotateCoordinateWithRotation(Point point, double degrees) {
+  return AxisRotation(degrees).apply(point);
+}
+
+std::shared_ptr<TWLMapLocation> TWLLocationUtils::mapLocationForGeolocationForMapId(
+    platform::Platform& platform, const platform::CLLocationCoordinate2D& coordinate, std::string mapId) {
+  const auto catalogue = TWLMapConfigRepo::sharedRepo(platform).configRepo();
+  const auto* map = catalogue->find(mapId);
+  const Point pixels = map ? map->projection.pixelsOf(coordinate) : Point();
+  return std::make_shared<TWLMapLocation>(platform, pixels, std::move(mapId));
+}
+
+std::shared_ptr<TWLMapLocation> TWLLocationUtils::mapLocationForGeoLocation(
+    platform::Platform& platform, const platform::CLLocationCoordinate2D& coordinate) {
+  const auto catalogue = TWLMapConfigRepo::sharedRepo(platform).configRepo();
+  for (const auto& map : catalogue->maps()) {
+    if (!map.config->geolocationEnabled()) continue;
+    const Point pixels = map.projection.pixelsOf(coordinate);
+    if (map.projection.contains(pixels)) return std::make_shared<TWLMapLocation>(platform, pixels, map.config->mapId());
+  }
+  return nullptr;
+}
+
+std::optional<platform::CLLocationCoordinate2D> TWLLocationUtils::locationOnMapPixelCoords(platform::Platform& platform,
+                                                                                           std::string_view mapId,
+                                                                                           Point pixels) {
+  const auto catalogue = TWLMapConfigRepo::sharedRepo(platform).configRepo();
+  const auto* map = catalogue->find(mapId);
+  if (!map) return std::nullopt;
+  return map->projection.coordinateOf(pixels);
+}
+
+}  // namespace wayloom
