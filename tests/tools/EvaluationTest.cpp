@@ -15,10 +15,12 @@ const std::vector<MappedBeacon> kBeacons = {
 TEST(Evaluation, TakesTheLatestReportOfEachSecondWithTruth) {
   Walk walk;
   for (const double t : {10.0, 11.0, 11.4, 12.0, 13.0, 14.0}) walk.truth.push_back({t, {"m", 5.0 * (t - 10.0), 0.0}});
-  walk.reported = {{10.5, PlanPoint{"m", 0.0, 0.0}, 2.0},   // west, which is right at 11
-                   {12.0, PlanPoint{"m", 50.0, 0.0}, 2.0},  // east at 12: farther from the truth at 10 px: bad
-                   {12.9, PlanPoint{"n", 0.0, 0.0}, 2.0},   // upstairs at 13: 3 m away on the ground, not bad
-                   {13.5, std::nullopt, 0.0}};              // no position at 14
+  walk.reported = {{10.5, PlanPoint{"m", 0.0, 0.0}, 2.0},    // west, which is right at 11
+                   {12.0, PlanPoint{"m", 50.0, 0.0}, 2.0},   // east at 12: farther from the truth at 10 px: bad
+                   {12.9, PlanPoint{"n", 0.0, 0.0}, 2.0},    // upstairs at 13: 3 m away on the ground, not bad
+                   {13.5, std::nullopt, 0.0},                // no position at 14
+                   {16.0, PlanPoint{"m", 50.0, 0.0}, 2.0}};  // a change while the truth is unknown
+  walk.truth.push_back({20.0, {"m", 0.0, 0.0}});
   const auto seconds = evaluateWalk(walk, kBeacons, metres);
   ASSERT_EQ(seconds.size(), 6U) << "the second truth point within second 11 is left out";
   EXPECT_FALSE(seconds[0].reported);
