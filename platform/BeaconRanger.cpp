@@ -103,10 +103,9 @@ class BeaconRanger::Core {
     CLBeaconRegionPtr region;
   };
   struct Ranging {
-    double nearest;  // accuracy in metres
-    RegionWatch* watch;
+    RegionWatch* watch = nullptr;
+    double nearest = std::numeric_limits<double>::infinity();  // accuracy in metres
   };
-  static constexpr double kNoBeacon = std::numeric_limits<double>::infinity();
 
   MonotonicTime advance(MonotonicTime now) {
     latest_ = std::max(latest_, now);
@@ -198,7 +197,8 @@ class BeaconRanger::Core {
       std::sort(report.begin(), report.end(), [](const CLBeacon& a, const CLBeacon& b) {
         return a.accuracy != b.accuracy ? a.accuracy < b.accuracy : a.identity() < b.identity();
       });
-      rangings_.push_back({report.empty() ? kNoBeacon : report.front().accuracy, watch.get()});
+      auto& ranging = rangings_.emplace_back(Ranging{.watch = watch.get()});
+      if (!report.empty()) ranging.nearest = report.front().accuracy;
     }
     std::sort(rangings_.begin(), rangings_.end(), [](const Ranging& a, const Ranging& b) {
       return a.nearest != b.nearest ? a.nearest < b.nearest : a.watch->sequence < b.watch->sequence;

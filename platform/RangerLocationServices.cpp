@@ -118,10 +118,10 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
     const auto now = clock.now();
     ranger.receive(frame, now);
     if (timer || closed()) return;
-    timer = tasks.startTimer(tasks.mainQueue(), std::max(*ranger.nextTick() - now, Duration::zero()), kTickInterval,
-                             [weak = weak_from_this()] {
-                               if (const auto state = weak.lock()) state->tick();
-                             });
+    const auto untilTick = std::max(ranger.nextTick().value_or(now) - now, Duration::zero());
+    timer = tasks.startTimer(tasks.mainQueue(), untilTick, kTickInterval, [weak = weak_from_this()] {
+      if (const auto state = weak.lock()) state->tick();
+    });
   }
 
   void tick() {
@@ -312,7 +312,7 @@ std::optional<bool> RangerLocationServices::isMonitoringAvailable() const {
   return state_->monitoringAvailable;
 }
 
-bool RangerLocationServices::regionMonitoringAvailable() const { return *isMonitoringAvailable(); }
+bool RangerLocationServices::regionMonitoringAvailable() const { return isMonitoringAvailable().value_or(true); }
 
 // Each of these holds the state while it runs, because a delegate may destroy the services.
 
