@@ -1,0 +1,69 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "wayloom/platform/Error.hpp"
+#include "wayloom/platform/HttpClient.hpp"
+#include "wayloom/platform/Json.hpp"
+#include "wayloom/platform/Tasks.hpp"
+
+namespace wayloom {
+
+namespace platform {
+class Platform;
+}
+
+// The region engine's client for its JSON servers. The last good answer to each URL's path is kept in a file in the
+// Documents directory and stands in when a request fails. An absent URL fails like a malformed one.
+//
+// Destruction, which a handler may cause too, cancels what is under way: no handler follows, and one that runs on
+// another thread is waited for. Operations may be called from any thread, one at a time.
+class TGFAPIRequest {
+ public:
+  // An error or none; a document or none, both when a request failed and an earlier answer stands in.
+  using Handler = std::function<void(std::optional<platform::Error> error, std::optional<platform::Json> document)>;
+  using Url = std::optional<std::string>;
+  using Bytes = std::optional<std::string>;
+
+  TGFAPIRequest(platform::Platform& platform, std::optional<std::string> token);
+  ~TGFAPIRequest();
+  TGFAPIRequest(const TGFAPIRequest&) = delete;
+  TGFAPIRequest& operator=(const TGFAPIRequest&) = delete;
+
+  // Starts a GET and returns. The handler runs once, on a serial queue of this request's own, with what the server
+  // answered: the HTTP status is not looked at.
+  void getHandler(const Url& url, Handler handler);
+
+  // Posts and blocks until the answer is there; nothing when the transfer failed. Not for the main thread.
+  Bytes postBody(const Url& url, std::string body);
+
+  // An array or object; nothing, with a log line, for anything else, and nothing for no bytes.
+  std::optional<platform::Json> parseResponse(std::optional<std::string_view> bytes);
+
+  // The name and the path of the URL's cache file; nothing, with a log line, when the URL's path can't name one.
+  std::optional<std::string> fileNameFrom(const Url& url);
+  std::optional<std::string> pathToFileForURL(const Url& url);
+  void writeToDiskFromURL(std::string_view bytes, const Url& url);  // a failure is logged
+  Bytes readFromDisk(const Url& url);
+
+ private:
+  struct Transfer {
+    std::unique_ptr<platform::TaskQueue> queue;
+    std::unique_ptr<platform::HttpTask> task;  // goes before its queue
+  };
+
+  platform::HttpRequest makeRequest(std::string method, const Url& url) const;
+  void processResponseDataErrorUrlHandler(const std::string& bytes, std::optional<platform::Error> error,
+                                          const Url& url, const Handler& handler);
+
+  platform::Platform& platform_;
+  std::optional<std::string> apiToken_;
+  std::list<Transfer> transfers_;
+};
+
+}  // namespace wayloom
