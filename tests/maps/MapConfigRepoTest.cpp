@@ -1,6 +1,6 @@
-#include "wayloom/maps/TWLMapConfigRepo.hpp"
-
 #include <gmock/gmock.h>
+
+#include "wayloom/maps/TWLMapConfigRepo.hpp"
 
 #include "tests/support/TestPlatform.hpp"
 
@@ -24,17 +24,15 @@ TEST_F(MapConfigRepoTest, PrefersTheSavedDocumentAndSaysWhatItDoes) {
   world.files->writeFile(kBuiltIn, R"({"built-in": {}})");
   world.files->writeFile(kSaved, R"({"saved": {}})");
   EXPECT_THAT(loadedMaps(), ElementsAre("saved"));
-  EXPECT_THAT(world.systemLog->take(),
-              ElementsAre("Initializing map config repo",
-                          "Looking for json file at /documents/map_config_updated.json",
-                          "Found data of length 13 at /documents/map_config_updated.json",
-                          "Trying to parse data as json"));
+  EXPECT_THAT(
+      world.systemLog->take(),
+      ElementsAre("Initializing map config repo", "Looking for json file at /documents/map_config_updated.json",
+                  "Found data of length 13 at /documents/map_config_updated.json", "Trying to parse data as json"));
 
   world.files->removeFile(kSaved);
   EXPECT_THAT(loadedMaps(), ElementsAre("built-in"));
   EXPECT_THAT(world.systemLog->take(),
-              ElementsAre("Initializing map config repo",
-                          "Looking for json file at /documents/map_config_updated.json",
+              ElementsAre("Initializing map config repo", "Looking for json file at /documents/map_config_updated.json",
                           "Found data of length 0 at /documents/map_config_updated.json",
                           "No map config saved json file available.  Loading from built in file"));
 
@@ -121,13 +119,26 @@ TEST(HttpDateTest, ReadsTheOnePattern) {
   EXPECT_EQ(seconds("Sat, 31 Dec 2016 23:59:60 GMT"), 1483228800.0);
   EXPECT_EQ(TWLMapConfigRepo::dateFrom("Fri, 31 Dec 9999 23:59:59 GMT"), platform::CalendarTime::max());
   EXPECT_EQ(TWLMapConfigRepo::dateFrom(std::nullopt), std::nullopt);
-  for (const char* other :
-       {"", "Sun", "Sun, 06 Nov 1994 08:49:37", "Sun, 06 Nov 1994 08:49:37 ", "Sun, 06 Nov 1994 08:49:37 GMT ",
-        "Sun, 06 Nov 1994 08:49:37 CET", "Sun, 06 Nov 1994 08:49:37 +1", "Sunday, 06-Nov-94 08:49:37 GMT",
-        "Sun Nov  6 08:49:37 1994", "1994-11-06T08:49:37Z", "Xyz, 06 Nov 1994 08:49:37 GMT",
-        "Sun, 31 Feb 1994 08:49:37 GMT", "Sun, 00 Nov 1994 08:49:37 GMT", "Sun, 06 Nov 94 08:49:37 GMT",
-        "Sun, 06 Nov 1994 24:00:00 GMT", "Sun, 06 Nov 1994 08:60:00 GMT", "Sun, 06 Nov 1994 08:49:61 GMT",
-        "Thu, 29 Feb 2023 00:00:00 GMT", " Sun, 06 Nov 1994 08:49:37 GMT", "Sun, 06 Nov 1994 8:49:37 GMT"})
+  for (const char* other : {"",
+                            "Sun",
+                            "Sun, 06 Nov 1994 08:49:37",
+                            "Sun, 06 Nov 1994 08:49:37 ",
+                            "Sun, 06 Nov 1994 08:49:37 GMT ",
+                            "Sun, 06 Nov 1994 08:49:37 CET",
+                            "Sun, 06 Nov 1994 08:49:37 +1",
+                            "Sunday, 06-Nov-94 08:49:37 GMT",
+                            "Sun Nov  6 08:49:37 1994",
+                            "1994-11-06T08:49:37Z",
+                            "Xyz, 06 Nov 1994 08:49:37 GMT",
+                            "Sun, 31 Feb 1994 08:49:37 GMT",
+                            "Sun, 00 Nov 1994 08:49:37 GMT",
+                            "Sun, 06 Nov 94 08:49:37 GMT",
+                            "Sun, 06 Nov 1994 24:00:00 GMT",
+                            "Sun, 06 Nov 1994 08:60:00 GMT",
+                            "Sun, 06 Nov 1994 08:49:61 GMT",
+                            "Thu, 29 Feb 2023 00:00:00 GMT",
+                            " Sun, 06 Nov 1994 08:49:37 GMT",
+                            "Sun, 06 Nov 1994 8:49:37 GMT"})
     EXPECT_EQ(seconds(other), std::nullopt) << other;
 }
 

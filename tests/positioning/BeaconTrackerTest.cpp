@@ -1,9 +1,8 @@
-#include "wayloom/positioning/TWLBeaconTracker.hpp"
-
-#include <gmock/gmock.h>
-
 #include <cmath>
+#include <gmock/gmock.h>
 #include <limits>
+
+#include "wayloom/positioning/TWLBeaconTracker.hpp"
 
 #include "tests/positioning/Beacons.hpp"
 #include "tests/support/TestPlatform.hpp"
@@ -43,7 +42,8 @@ struct BeaconTrackerTest : testing::Test {
   }
   std::vector<double> samples(int minor) {
     std::vector<double> result;
-    for (const auto& sample : tracked(minor)->signalMeasurements()) result.push_back(sample.rssi);
+    const auto beacon = tracked(minor);
+    for (const auto& sample : beacon->signalMeasurements()) result.push_back(sample.rssi);
     return result;
   }
 };
@@ -132,12 +132,12 @@ TEST_F(BeaconTrackerTest, FindsEveryBeaconOfACrowd) {
   TGFBeaconList crowd;
   for (int major = 0; major < 40; ++major)
     for (const int minor : {0, 1, 65535})
-      crowd.push_back(std::make_shared<const TGFBeacon>(
-          platform::CLBeacon{.proximityUUID = test::kVenue,
-                             .major = static_cast<std::uint16_t>(major * 256),
-                             .minor = static_cast<std::uint16_t>(minor),
-                             .rssi = -60},
-          std::make_shared<const BeaconMatch>()));
+      crowd.push_back(
+          std::make_shared<const TGFBeacon>(platform::CLBeacon{.proximityUUID = test::kVenue,
+                                                               .major = static_cast<std::uint16_t>(major * 256),
+                                                               .minor = static_cast<std::uint16_t>(minor),
+                                                               .rssi = -60},
+                                            std::make_shared<const BeaconMatch>()));
   for (int round = 1; round <= 4; ++round) {
     tracker.updateWithRangedBeacons(crowd);
     world.wait(1.0);

@@ -1,13 +1,13 @@
-#include <gmock/gmock.h>
-
 #include <cmath>
+#include <gmock/gmock.h>
 #include <limits>
 
-#include "tests/support/TestPlatform.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/positioning/TWLConfig.hpp"
 #include "wayloom/positioning/TWLMapConfig.hpp"
 #include "wayloom/positioning/TWLMapLocation.hpp"
+
+#include "tests/support/TestPlatform.hpp"
 
 namespace wayloom {
 namespace {
@@ -81,9 +81,9 @@ TEST_F(MapLocationTest, RadiusInPixelsFollowsMetresUpToFifty) {
   repo(R"({"lobby": {}})");
   TWLMapLocation location(world, {1.0, 2.0}, "lobby");
   location.setUncertaintyRadiusPixels(99);
-  const std::vector<std::pair<double, std::int64_t>> cases = {{0.0, 0},      {2.5, 12},         {50.0, 250},
-                                                              {50.1, 250},   {kInfinity, 250},  {-2.0, -10},
-                                                              {-0.1, 0},     {-1e300, INT64_MIN}, {NAN, 0}};
+  const std::vector<std::pair<double, std::int64_t>> cases = {{0.0, 0},    {2.5, 12},           {50.0, 250},
+                                                              {50.1, 250}, {kInfinity, 250},    {-2.0, -10},
+                                                              {-0.1, 0},   {-1e300, INT64_MIN}, {NAN, 0}};
   for (const auto& [metres, pixels] : cases) {
     location.setUncertaintyRadiusMeters(metres);
     EXPECT_EQ(location.uncertaintyRadiusPixels(), pixels) << metres;

@@ -4,9 +4,10 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/TestServices.hpp"
 #include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/sim/VirtualTime.hpp"
+
+#include "tests/support/TestServices.hpp"
 
 namespace wayloom::test {
 

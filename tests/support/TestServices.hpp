@@ -175,8 +175,7 @@ class ScriptedHttp : public platform::HttpClient {
   std::unique_ptr<platform::HttpTask> send(platform::HttpRequest request, platform::TaskQueue& queue,
                                            Handler handler) override {
     auto task = std::make_unique<Request>();
-    queue.async(
-        task->scope.bind([handler, response = sendSynchronously(std::move(request))]() { handler(response); }));
+    queue.async(task->scope.bind([handler, response = sendSynchronously(std::move(request))]() { handler(response); }));
     return task;
   }
   platform::HttpResponse sendSynchronously(platform::HttpRequest request) override {
@@ -184,7 +183,9 @@ class ScriptedHttp : public platform::HttpClient {
     requests_.push_back(request);
     const auto answer = answers_.find(request.method + " " + request.url);
     if (answer != answers_.end()) return answer->second;
-    return {.error = platform::Error{"HTTP", 7, "no route"}};
+    platform::HttpResponse failure;
+    failure.error = platform::Error{"HTTP", 7, "no route"};
+    return failure;
   }
 
   void answer(const std::string& methodAndUrl, platform::HttpResponse response) {
