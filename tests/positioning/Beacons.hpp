@@ -13,12 +13,9 @@ inline const platform::UUID kVenue = *platform::UUID::parse("5A0E5A0E-0001-4000-
 // A ranged beacon of the test venue, as the region manager would hand it out.
 inline TGFBeaconPtr ranged(std::uint16_t minor, int rssi, double accuracy, platform::Json attributes) {
   const RegionDetails details("Beacon " + std::to_string(minor), "b" + std::to_string(minor), std::move(attributes));
-  return std::make_shared<const TGFBeacon>(platform::CLBeacon{.proximityUUID = kVenue,
-                                                              .major = 1,
-                                                              .minor = minor,
-                                                              .rssi = rssi,
-                                                              .accuracy = accuracy},
-                                           std::make_shared<const BeaconMatch>(details));
+  return std::make_shared<const TGFBeacon>(
+      platform::CLBeacon{.proximityUUID = kVenue, .major = 1, .minor = minor, .rssi = rssi, .accuracy = accuracy},
+      std::make_shared<const BeaconMatch>(details));
 }
 
 // One on the map "lobby" with a measured power of -59 dBm, unless its RSSI is all that matters.
