@@ -19,7 +19,7 @@ struct Dot : wayloom::TWLManagerDelegate {
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   auto loop = std::make_shared<wayloom::posix::MainLoop>();
-  auto platform = wayloom::posix::makePlatform({.mainBundle = argv[1], .documents = argv[2], .tasks = loop});
+  auto platform = wayloom::posix::makePlatform({.mainBundle = argv[1], .documents = argv[2], .loop = loop});
   Dot dot;
   wayloom::TWLManager manager(*platform, &dot);
   loop->run();
