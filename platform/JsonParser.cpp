@@ -5,9 +5,10 @@
 
 #include <new>
 #include <simdjson.h>
-#include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "platform/JsonMembers.hpp"
 
 namespace wayloom::platform {
 namespace {
@@ -18,40 +19,8 @@ using Elements = Json::array_t;
 
 // simdjson reserves up to twelve times the size of the text as address space.
 constexpr std::size_t kLargestFastDocument = 64U << 20U;
-// Up to this many members, comparing all names with one another is cheaper than hashing them.
-constexpr std::size_t kFewMembers = 12;
 constexpr std::size_t kLongestReason = 160;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-bool hasDuplicates(const Members& members) {
-  if (members.size() <= kFewMembers) {
-    for (std::size_t i = 1; i < members.size(); ++i)
-      for (std::size_t j = 0; j < i; ++j)
-        if (members.data()[i].first == members.data()[j].first) return true;
-    return false;
-  }
-  std::unordered_map<std::string_view, std::size_t> names(members.size());
-  for (const auto& [name, value] : members)
-    if (!names.emplace(name, 0).second) return true;
-  return false;
-}
-
-// Members are appended without a look at the earlier ones, which would take quadratic time; here the last value of
-// each name moves to the place of the first.
-void mergeDuplicates(Members& members) {
-  if (!hasDuplicates(members)) return;
-  Members merged;
-  merged.reserve(members.size());
-  std::unordered_map<std::string_view, std::size_t> places(members.size());
-  for (auto& [name, value] : members) {
-    const auto [place, isNew] = places.emplace(name, merged.size());
-    if (isNew)
-      merged.emplace_back(name, std::move(value));
-    else
-      merged.data()[place->second].second = std::move(value);
-  }
-  members = std::move(merged);
-}
 
 void copyElement(dom::element element, Json& target);
 

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "wayloom/platform/IBeaconFrame.hpp"
@@ -10,6 +11,14 @@
 #include "wayloom/platform/Time.hpp"
 
 namespace wayloom::platform {
+
+// What the location managers that update locations want between them; a radio for fixes need not do more.
+struct FixRequest {
+  double desiredAccuracy = kCLLocationAccuracyBestForNavigation;  // metres, the most demanding
+  double distanceFilter = 0.0;                                    // metres, the smallest
+
+  bool operator==(const FixRequest&) const = default;
+};
 
 // Location services on top of the beacon ranger: what every backend whose radio delivers raw frames shares. It keeps
 // the application's monitored and ranged regions, drives the ranger once a second on the main queue from the first
@@ -48,6 +57,9 @@ class RangerLocationServices : public LocationServices {
 
   // Called after each ranging and each fix, when all delegates have had it.
   void setDeliveryObserver(std::function<void()> observer);
+  // Called on the main queue when what the managers want changes: nothing once no manager updates locations. A
+  // manager's requests never hold back a fix that is delivered all the same.
+  void setFixRequestObserver(std::function<void(const std::optional<FixRequest>&)> observer);
 
  private:
   struct State;

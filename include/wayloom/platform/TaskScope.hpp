@@ -25,20 +25,22 @@ class TaskScope {
   // What the destructor does, earlier. Tasks bound afterwards do nothing.
   void close();
 
-  // For callbacks of other shapes: `if (auto guard = TaskScope::Guard(weak)) ...` runs the body only while the scope
-  // lives and keeps its destructor waiting meanwhile.
+  // For callbacks of other shapes: `if (const TaskScope::Guard guard(weak); guard) ...` runs the body only while the
+  // scope lives and keeps its destructor waiting meanwhile. Leave guards in reverse order, as local variables do.
   struct State;
   class Guard {
    public:
     explicit Guard(const std::weak_ptr<State>& scope);
+    explicit Guard(std::shared_ptr<State> scope);
     ~Guard();
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
-    explicit operator bool() const { return entered_; }
+    explicit operator bool() const { return state_ != nullptr; }
 
    private:
-    std::shared_ptr<State> state_;
-    bool entered_ = false;
+    friend class TaskScope;
+    std::shared_ptr<State> state_;  // null when the scope was closed
+    const Guard* outer_ = nullptr;  // the guard around this one on the same thread
   };
   std::weak_ptr<State> weak() const { return state_; }
 

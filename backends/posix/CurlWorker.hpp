@@ -1,0 +1,74 @@
+// The thread that carries the requests of one CurlHttpClient.
+#pragma once
+
+#include <curl/curl.h>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "backends/posix/CurlTransfer.hpp"
+
+namespace wayloom::posix {
+
+struct EasyDeleter {
+  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+};
+struct MultiDeleter {
+  void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
+};
+
+class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
+ public:
+  explicit CurlWorker(CurlHttpOptions options);
+
+  const CurlHttpOptions& options() const { return options_; }
+
+  void begin();  // starts the thread, which keeps the worker alive
+  // Ends the thread and closes every connection; transfers that have not ended get an error as their response. Waits,
+  // except when the thread itself calls it.
+  void end();
+
+  // Any thread. After end() a transfer that is added gets an error as its response.
+  void add(CurlTransferPtr transfer);
+  void remove(CurlTransferPtr transfer);  // whose response nobody waits for any more
+
+ private:
+  // A server: how many of its requests are under way, and those that wait for one of them to end.
+  struct Origin {
+    std::size_t active = 0;
+    std::deque<CurlTransferPtr> waiting;
+  };
+
+  void run();
+  bool takeOrders();
+  void wake();
+  void begin(const CurlTransferPtr& transfer);
+  void beginWaiting(const std::string& origin);
+  void retire(const CurlTransferPtr& transfer);
+  void reapFinished();
+  void failStill();
+  int pollTime() const;
+  void endAll();
+
+  const CurlHttpOptions options_;
+  std::thread thread_;
+
+  std::mutex mutex_;
+  std::vector<CurlTransferPtr> added_;
+  std::vector<CurlTransferPtr> removed_;
+  bool ending_ = false;
+  bool ended_ = false;
+  bool woken_ = false;  // a wake-up is under way
+
+  // Of the worker thread. The easy handles go before the multi handle.
+  std::unique_ptr<CURLM, MultiDeleter> multi_;
+  std::vector<std::unique_ptr<CURL, EasyDeleter>> idle_;
+  std::vector<CurlTransferPtr> active_;
+  std::map<std::string, Origin> origins_;
+};
+
+}  // namespace wayloom::posix

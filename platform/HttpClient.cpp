@@ -1,0 +1,22 @@
+#include "wayloom/platform/HttpClient.hpp"
+
+#include <algorithm>
+
+namespace wayloom::platform {
+namespace {
+
+char lowered(char character) {
+  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+}  // namespace
+
+std::optional<std::string> HttpResponse::header(std::string_view name) const {
+  for (const auto& [key, value] : headers)
+    if (std::equal(key.begin(), key.end(), name.begin(), name.end(),
+                   [](char left, char right) { return lowered(left) == lowered(right); }))
+      return value;
+  return std::nullopt;
+}
+
+}  // namespace wayloom::platform

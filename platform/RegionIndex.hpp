@@ -1,0 +1,63 @@
+// Which of many beacon regions does a beacon lie in? At most four hash look-ups, whatever the number of regions.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "wayloom/platform/CLBeaconRegion.hpp"
+
+namespace wayloom::platform {
+
+// Holds an Entry* for each region; the entries belong to the caller.
+template <class Entry>
+class RegionIndex {
+ public:
+  void add(const CLBeaconRegion& region, Entry* entry) {
+    groups_[region.proximityUUID()][keyOf(region.major(), region.minor())].push_back(entry);
+  }
+
+  void remove(const CLBeaconRegion& region, Entry* entry) {
+    const auto group = groups_.find(region.proximityUUID());
+    if (group == groups_.end()) return;
+    const auto key = keyOf(region.major(), region.minor());
+    std::erase(group->second[key], entry);
+    if (group->second[key].empty()) group->second.erase(key);
+    if (group->second.empty()) groups_.erase(group);
+  }
+
+  // Calls `visit` for the regions of the UUID alone, then those with a major, those with a minor, and those with both,
+  // each in the order of addition. `visit` must not change the index. True when there was any.
+  template <class Visit>
+  bool forEachMatch(const BeaconIdentity& beacon, Visit visit) const {
+    const auto group = groups_.find(beacon.uuid);
+    if (group == groups_.end()) return false;
+    bool any = false;
+    for (const auto key :
+         {keyOf({}, {}), keyOf(beacon.major, {}), keyOf({}, beacon.minor), keyOf(beacon.major, beacon.minor)}) {
+      const auto found = group->second.find(key);
+      if (found == group->second.end()) continue;
+      any = true;
+      for (auto* entry : found->second) visit(*entry);
+    }
+    return any;
+  }
+
+  bool matches(const BeaconIdentity& beacon) const {
+    return forEachMatch(beacon, [](const Entry&) {});
+  }
+
+ private:
+  using Key = std::uint64_t;  // presence of major and minor, then both numbers
+  using Number = std::optional<std::uint16_t>;
+
+  static Key keyOf(Number major, Number minor) {
+    return (static_cast<Key>(major.has_value()) << 33U) | (static_cast<Key>(minor.has_value()) << 32U) |
+           (static_cast<Key>(major.value_or(0)) << 16U) | minor.value_or(0);
+  }
+
+  std::unordered_map<UUID, std::unordered_map<Key, std::vector<Entry*>>> groups_;
+};
+
+}  // namespace wayloom::platform

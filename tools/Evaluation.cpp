@@ -1,0 +1,108 @@
+#include "tools/Evaluation.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace wayloom::tools {
+namespace {
+
+// Two places closer than this are one: a reported position is a beacon's own place but for rounding.
+constexpr double kSamePlacePixels = 0.01;
+
+double share(int part, int whole) { return whole > 0 ? static_cast<double>(part) / whole : 0.0; }
+
+double pixelDistance(const PlanPoint& a, const PlanPoint& b) { return std::hypot(a.x - b.x, a.y - b.y); }
+
+int closestBeacon(const std::vector<MappedBeacon>& beacons, const PlanPoint& place, double limitPixels) {
+  int closest = -1;
+  double closestDistance = limitPixels;
+  for (std::size_t i = 0; i < beacons.size(); ++i) {
+    if (beacons[i].place.mapId != place.mapId) continue;
+    const double distance = pixelDistance(beacons[i].place, place);
+    if (distance >= closestDistance) continue;
+    closest = static_cast<int>(i);
+    closestDistance = distance;
+  }
+  return closest;
+}
+
+EvaluatedSecond evaluateSecond(const TruthPoint& truth, const ReportedPosition* report,
+                               const std::vector<MappedBeacon>& beacons, const PlanDistance& distance) {
+  EvaluatedSecond second{.t = truth.t, .truth = truth.place};
+  second.nearestBeacon = closestBeacon(beacons, truth.place, std::numeric_limits<double>::infinity());
+  if (report == nullptr || !report->place) return second;
+  second.reported = report->place;
+  second.reportedBeacon = closestBeacon(beacons, *report->place, kSamePlacePixels);
+  second.errorMeters = distance(truth.place, *report->place);
+  return second;
+}
+
+}  // namespace
+
+double Figures::fixShare() const { return share(fixes, seconds); }
+double Figures::hitShare() const { return share(hits, fixes); }
+double Figures::rightMapShare() const { return share(onRightMap, fixes); }
+
+double Figures::errorQuantile(double quantile) const {
+  if (errors.empty()) return 0.0;
+  const auto rank = static_cast<std::size_t>(quantile * static_cast<double>(errors.size()));
+  return errors[std::min(rank, errors.size() - 1)];
+}
+
+double Figures::switchesPerMinute() const { return 60.0 * share(switches, seconds); }
+double Figures::badSwitchesPerMinute() const { return 60.0 * share(badSwitches, seconds); }
+
+void Figures::add(const Figures& other) {
+  seconds += other.seconds;
+  fixes += other.fixes;
+  hits += other.hits;
+  onRightMap += other.onRightMap;
+  switches += other.switches;
+  badSwitches += other.badSwitches;
+  const auto middle = static_cast<std::ptrdiff_t>(errors.size());
+  errors.insert(errors.end(), other.errors.begin(), other.errors.end());
+  std::inplace_merge(errors.begin(), errors.begin() + middle, errors.end());
+}
+
+std::vector<EvaluatedSecond> evaluateWalk(const Walk& walk, const std::vector<MappedBeacon>& beacons,
+                                          const PlanDistance& distance) {
+  std::vector<EvaluatedSecond> seconds;
+  std::size_t next = 0;
+  double lastSecond = -std::numeric_limits<double>::infinity();
+  for (const auto& truth : walk.truth) {
+    while (next < walk.reported.size() && walk.reported[next].t <= truth.t) ++next;
+    if (std::floor(truth.t) <= lastSecond) continue;
+    lastSecond = std::floor(truth.t);
+    seconds.push_back(evaluateSecond(truth, next > 0 ? &walk.reported[next - 1] : nullptr, beacons, distance));
+  }
+  return seconds;
+}
+
+Figures figuresOf(const std::vector<EvaluatedSecond>& seconds, const std::vector<MappedBeacon>& beacons,
+                  const PlanDistance& distance) {
+  Figures figures;
+  int previous = -1;
+  for (const auto& second : seconds) {
+    ++figures.seconds;
+    if (!second.reported) continue;
+    ++figures.fixes;
+    figures.errors.push_back(second.errorMeters);
+    if (second.reported->mapId == second.truth.mapId) ++figures.onRightMap;
+    const int beacon = second.reportedBeacon;
+    if (beacon < 0) continue;
+    if (beacon == second.nearestBeacon) ++figures.hits;
+    if (previous >= 0 && beacon != previous) {
+      ++figures.switches;
+      const auto metres = [&](int index) {
+        return distance(second.truth, beacons[static_cast<std::size_t>(index)].place);
+      };
+      if (metres(beacon) > metres(previous)) ++figures.badSwitches;
+    }
+    previous = beacon;
+  }
+  std::sort(figures.errors.begin(), figures.errors.end());
+  return figures;
+}
+
+}  // namespace wayloom::tools
