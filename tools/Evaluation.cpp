@@ -27,15 +27,31 @@ int closestBeacon(const std::vector<MappedBeacon>& beacons, const PlanPoint& pla
   return closest;
 }
 
-EvaluatedSecond evaluateSecond(const TruthPoint& truth, const ReportedPosition* report,
-                               const std::vector<MappedBeacon>& beacons, const PlanDistance& distance) {
-  EvaluatedSecond second{.t = truth.t, .truth = truth.place};
-  second.nearestBeacon = closestBeacon(beacons, truth.place, std::numeric_limits<double>::infinity());
-  if (report == nullptr || !report->place) return second;
-  second.reported = report->place;
-  second.reportedBeacon = closestBeacon(beacons, *report->place, kSamePlacePixels);
-  second.errorMeters = distance(truth.place, *report->place);
-  return second;
+// Follows the reports of a walk in time order.
+class ReportCursor {
+ public:
+  explicit ReportCursor(const std::vector<ReportedPosition>& reports) : reports_(reports) {}
+
+  void advanceTo(double t) {
+    for (; next_ < reports_.size() && reports_[next_].t <= t; ++next_)
+      if (reports_[next_].place) lastPlace_ = &*reports_[next_].place;
+  }
+
+  // What was said last; null when that was that no position is known, or nothing yet.
+  const PlanPoint* place() const {
+    return next_ > 0 && reports_[next_ - 1].place ? &*reports_[next_ - 1].place : nullptr;
+  }
+  // The last place said, however long ago; null when there was none.
+  const PlanPoint* lastPlace() const { return lastPlace_; }
+
+ private:
+  const std::vector<ReportedPosition>& reports_;
+  std::size_t next_ = 0;
+  const PlanPoint* lastPlace_ = nullptr;
+};
+
+int beaconAt(const std::vector<MappedBeacon>& beacons, const PlanPoint* place) {
+  return place != nullptr ? closestBeacon(beacons, *place, kSamePlacePixels) : -1;
 }
 
 }  // namespace
@@ -68,13 +84,23 @@ void Figures::add(const Figures& other) {
 std::vector<EvaluatedSecond> evaluateWalk(const Walk& walk, const std::vector<MappedBeacon>& beacons,
                                           const PlanDistance& distance) {
   std::vector<EvaluatedSecond> seconds;
-  std::size_t next = 0;
+  ReportCursor now(walk.reported);
+  ReportCursor before(walk.reported);
   double lastSecond = -std::numeric_limits<double>::infinity();
   for (const auto& truth : walk.truth) {
-    while (next < walk.reported.size() && walk.reported[next].t <= truth.t) ++next;
     if (std::floor(truth.t) <= lastSecond) continue;
     lastSecond = std::floor(truth.t);
-    seconds.push_back(evaluateSecond(truth, next > 0 ? &walk.reported[next - 1] : nullptr, beacons, distance));
+    now.advanceTo(truth.t);
+    before.advanceTo(truth.t - 1.0);
+    EvaluatedSecond second{.t = truth.t, .truth = truth.place};
+    second.nearestBeacon = closestBeacon(beacons, truth.place, std::numeric_limits<double>::infinity());
+    second.previousBeacon = beaconAt(beacons, before.lastPlace());
+    if (const PlanPoint* place = now.place()) {
+      second.reported = *place;
+      second.reportedBeacon = beaconAt(beacons, place);
+      second.errorMeters = distance(truth.place, *place);
+    }
+    seconds.push_back(std::move(second));
   }
   return seconds;
 }
@@ -82,7 +108,9 @@ std::vector<EvaluatedSecond> evaluateWalk(const Walk& walk, const std::vector<Ma
 Figures figuresOf(const std::vector<EvaluatedSecond>& seconds, const std::vector<MappedBeacon>& beacons,
                   const PlanDistance& distance) {
   Figures figures;
-  int previous = -1;
+  const auto metres = [&](const EvaluatedSecond& second, int index) {
+    return distance(second.truth, beacons[static_cast<std::size_t>(index)].place);
+  };
   for (const auto& second : seconds) {
     ++figures.seconds;
     if (!second.reported) continue;
@@ -92,14 +120,9 @@ Figures figuresOf(const std::vector<EvaluatedSecond>& seconds, const std::vector
     const int beacon = second.reportedBeacon;
     if (beacon < 0) continue;
     if (beacon == second.nearestBeacon) ++figures.hits;
-    if (previous >= 0 && beacon != previous) {
-      ++figures.switches;
-      const auto metres = [&](int index) {
-        return distance(second.truth, beacons[static_cast<std::size_t>(index)].place);
-      };
-      if (metres(beacon) > metres(previous)) ++figures.badSwitches;
-    }
-    previous = beacon;
+    if (second.previousBeacon < 0 || second.previousBeacon == beacon) continue;
+    ++figures.switches;
+    if (metres(second, beacon) > metres(second, second.previousBeacon)) ++figures.badSwitches;
   }
   std::sort(figures.errors.begin(), figures.errors.end());
   return figures;

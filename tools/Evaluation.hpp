@@ -51,6 +51,7 @@ struct EvaluatedSecond {
   std::optional<PlanPoint> reported{};
   int nearestBeacon = -1;   // the one nearest to the truth, on the truth's map
   int reportedBeacon = -1;  // the one whose place was reported
+  int previousBeacon = -1;  // the one last reported a second earlier, whether or not the truth was known then
   double errorMeters = 0.0;
 };
 
@@ -60,7 +61,7 @@ struct Figures {
   int fixes = 0;               // of those, with a position
   int hits = 0;                // of the fixes, those at the beacon nearest to the truth
   int onRightMap = 0;          // of the fixes
-  int switches = 0;            // changes of the reported beacon
+  int switches = 0;            // changes of the reported beacon that happened within these seconds
   int badSwitches = 0;         // of those, to a beacon farther from the truth than the one left
   std::vector<double> errors;  // metres, one a fix, sorted
 

@@ -15,24 +15,26 @@ const std::vector<MappedBeacon> kBeacons = {
 TEST(Evaluation, TakesTheLatestReportOfEachSecondWithTruth) {
   Walk walk;
   for (const double t : {10.0, 11.0, 11.4, 12.0, 13.0, 14.0}) walk.truth.push_back({t, {"m", 5.0 * (t - 10.0), 0.0}});
-  walk.reported = {{10.5, PlanPoint{"m", 0.0, 0.0}, 2.0},   // west, which is right at 11
-                   {12.0, PlanPoint{"m", 50.0, 0.0}, 2.0},  // east at 12: farther from the truth at 10 px: bad
-                   {12.9, PlanPoint{"n", 0.0, 0.0}, 2.0},   // upstairs at 13: 3 m away on the ground, not bad
-                   {13.5, std::nullopt, 0.0}};              // no position at 14
+  walk.reported = {{10.5, PlanPoint{"m", 0.0, 0.0}, 2.0},    // west, which is right at 11
+                   {12.0, PlanPoint{"m", 50.0, 0.0}, 2.0},   // east at 12: farther from the truth at 10 px: bad
+                   {12.9, PlanPoint{"n", 0.0, 0.0}, 2.0},    // upstairs at 13: 3 m away on the ground, not bad
+                   {13.5, std::nullopt, 0.0},                // no position at 14
+                   {16.0, PlanPoint{"m", 50.0, 0.0}, 2.0}};  // a change while the truth is unknown
+  walk.truth.push_back({20.0, {"m", 0.0, 0.0}});
   const auto seconds = evaluateWalk(walk, kBeacons, metres);
-  ASSERT_EQ(seconds.size(), 5U) << "the second truth point within second 11 is left out";
+  ASSERT_EQ(seconds.size(), 6U) << "the second truth point within second 11 is left out";
   EXPECT_FALSE(seconds[0].reported);
   EXPECT_EQ(seconds[1].reportedBeacon, 0);
   EXPECT_EQ(seconds[3].nearestBeacon, 0);
   const Figures figures = figuresOf(seconds, kBeacons, metres);
-  EXPECT_EQ(figures.fixes, 3);
-  EXPECT_DOUBLE_EQ(figures.fixShare(), 0.6);
-  EXPECT_DOUBLE_EQ(figures.hitShare(), 1.0 / 3.0);
-  EXPECT_DOUBLE_EQ(figures.rightMapShare(), 2.0 / 3.0);
+  EXPECT_EQ(figures.fixes, 4);
+  EXPECT_DOUBLE_EQ(figures.fixShare(), 4.0 / 6.0);
+  EXPECT_DOUBLE_EQ(figures.hitShare(), 0.25);
+  EXPECT_DOUBLE_EQ(figures.rightMapShare(), 0.75);
   EXPECT_EQ(figures.switches, 2);
   EXPECT_EQ(figures.badSwitches, 1);
-  EXPECT_DOUBLE_EQ(figures.badSwitchesPerMinute(), 12.0);
-  EXPECT_DOUBLE_EQ(figures.errorQuantile(0.5), 3.0);
+  EXPECT_DOUBLE_EQ(figures.badSwitchesPerMinute(), 10.0);
+  EXPECT_DOUBLE_EQ(figures.errorQuantile(0.5), 8.0);
 }
 
 TEST(Evaluation, SumsWalksAndSurvivesEmptyOnes) {
