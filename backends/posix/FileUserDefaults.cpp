@@ -61,7 +61,7 @@ void FileUserDefaults::setString(std::string_view key, std::string_view value) {
 void FileUserDefaults::set(std::string_view key, Json value) {
   const std::lock_guard lock(mutex_);
   auto& stored = values_[std::string(key)];
-  if (stored == value && stored.type() == value.type()) return;
+  if (stored == value) return;
   stored = std::move(value);
   changed_ = true;
 }

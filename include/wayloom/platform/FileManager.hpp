@@ -11,7 +11,7 @@
 namespace wayloom::platform {
 
 // Files and the Documents directory. Paths are absolute UTF-8 texts with "/" between components. Operations return an
-// error, or none when they succeeded. Thread-safe.
+// error, or none when they succeeded; those that write may refuse a path outside the Documents directory. Thread-safe.
 class FileManager {
  public:
   virtual ~FileManager() = default;
@@ -25,7 +25,8 @@ class FileManager {
   // Temporary file in the same directory, then rename: readers see the old or the new file, never a part.
   virtual std::optional<Error> writeFileAtomically(const std::string& path, std::string_view bytes) = 0;
   virtual std::optional<Error> removeFile(const std::string& path) = 0;
-  virtual std::optional<Error> copyFile(const std::string& from, const std::string& to) = 0;  // fails when `to` exists
+  // Fails when `to` exists. The copy keeps the modification date.
+  virtual std::optional<Error> copyFile(const std::string& from, const std::string& to) = 0;
   virtual std::optional<Error> moveFile(const std::string& from, const std::string& to) = 0;  // fails when `to` exists
   virtual std::optional<Error> createDirectory(const std::string& path) = 0;                  // parents are not made
   virtual std::optional<std::vector<std::string>> listDirectory(const std::string& path) const = 0;  // sorted names

@@ -21,7 +21,7 @@ struct HttpRequest {
   std::string url;             // absolute; an empty or malformed one fails with an error
   HttpHeaders headers;
   std::string body;
-  Duration timeout = std::chrono::seconds(60);
+  Duration timeout = std::chrono::seconds(60);  // without any progress; ten times as long as a whole
 };
 
 // What came back. With an error (no route, time-out, too large, ...) status is 0 and the rest may be empty. A status

@@ -1,0 +1,346 @@
+#include <cmath>
+#include <gmock/gmock.h>
+#include <limits>
+#include <map>
+#include <random>
+
+#include "wayloom/positioning/TWLLocationTracker.hpp"
+
+#include "tests/positioning/Beacons.hpp"
+#include "tests/support/TestPlatform.hpp"
+
+namespace wayloom {
+namespace {
+
+using test::at;
+using test::minorOf;
+using test::ranged;
+using testing::ElementsAre;
+constexpr double kInstant = 1e-9;
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+struct LocationTrackerTest : testing::Test {
+  test::TestPlatform world;
+  TWLLocationTracker& tracker = TWLLocationTracker::sharedLocationTracker(world);
+
+  void range(const TGFBeaconList& beacons) {
+    tracker.didRangeBeaconsInRegionInRegion(beacons, nullptr);
+    world.time.runReady();
+  }
+  void rangeAfter(double seconds, const TGFBeaconList& beacons) {
+    world.wait(seconds);
+    range(beacons);
+  }
+  int winner() { return minorOf(tracker.closestBeacon()); }
+  int candidate() { return minorOf(tracker.closestBeaconCandidate()); }
+};
+
+TEST_F(LocationTrackerTest, MergesInTheBackground) {
+  tracker.didRangeBeaconsInRegionInRegion({at(1, 2.0)}, nullptr);
+  EXPECT_EQ(winner(), 0);
+  world.time.runReady();
+  EXPECT_EQ(winner(), 1);
+  EXPECT_EQ(tracker.beaconTracker().trackedBeacons().size(), 1U);
+}
+
+TEST_F(LocationTrackerTest, AWinnerHoldsForFiveSeconds) {
+  range({at(1, 2.0)});
+  rangeAfter(2.0, {at(1, 2.0), at(2, 1.0)});
+  EXPECT_EQ(winner(), 1);
+  EXPECT_EQ(candidate(), 2);
+  rangeAfter(3.0, {at(1, 2.0), at(2, 1.0)});
+  EXPECT_EQ(winner(), 1) << "exactly five seconds";
+  rangeAfter(kInstant, {at(1, 0.5), at(2, 1.0)});
+  EXPECT_EQ(winner(), 1) << "the winner is the nearest again: elected again";
+  rangeAfter(4.0, {at(3, 0.1)});
+  EXPECT_EQ(winner(), 1) << "which begins a new five seconds";
+  rangeAfter(1.0 + kInstant, {});
+  EXPECT_EQ(winner(), 3) << "an unseen beacon stands for election too";
+}
+
+TEST_F(LocationTrackerTest, ACandidateKeepsTheValueItWasChosenWith) {
+  range({at(1, 1.0)});
+  for (int second = 1; second <= 4; ++second) rangeAfter(1.0, {at(1, 3.0), at(2, 2.0)});
+  EXPECT_EQ(candidate(), 1) << "compared at 1.0 m";
+  EXPECT_EQ(tracker.closestBeacon()->accuracy(), 1.0);
+  rangeAfter(2.0, {at(1, 3.0), at(2, 2.0)});
+  EXPECT_EQ(winner(), 1) << "nobody asked since, so that the candidate expired only after it was elected again";
+  EXPECT_EQ(tracker.closestBeacon()->accuracy(), 1.0);
+  EXPECT_EQ(candidate(), 0);
+  rangeAfter(1.0, {at(1, 3.0), at(2, 2.0)});
+  EXPECT_EQ(candidate(), 2);
+  EXPECT_EQ(winner(), 1);
+  world.wait(5.0);
+  EXPECT_EQ(winner(), 1) << "reading the winner makes the candidate expire, too: not yet";
+  EXPECT_EQ(candidate(), 2);
+  world.wait(kInstant);
+  EXPECT_EQ(winner(), 0);
+  EXPECT_EQ(candidate(), 0);
+}
+
+TEST_F(LocationTrackerTest, OnlyAStrictlyNearerBeaconBecomesCandidate) {
+  range({at(1, 2.0), at(2, 2.0)});
+  EXPECT_EQ(winner(), 1);
+  rangeAfter(1.0, {at(3, 2.0), at(2, 2.0), at(1, 2.0)});
+  EXPECT_EQ(candidate(), 1);
+  const auto chosen = tracker.timestampClosestBeaconCandidateLastSeen();
+  rangeAfter(1.0, {at(1, 1.5)});
+  EXPECT_EQ(candidate(), 1);
+  EXPECT_GT(tracker.timestampClosestBeaconCandidateLastSeen(), chosen) << "its own better value replaces it";
+}
+
+TEST_F(LocationTrackerTest, NeverElectsWhatHasNoMapOrNoDistance) {
+  range({ranged(1, -60, 1.0, {{"map_id", nullptr}}), ranged(2, -60, 1.0, {{"measured_power", -59}}), at(3, 0.0),
+         at(4, -1.0), at(5, NAN)});
+  EXPECT_EQ(candidate(), 0);
+  EXPECT_EQ(tracker.beaconTracker().trackedBeacons().size(), 5U);
+  rangeAfter(1.0, {at(5, NAN), at(6, 100.0), at(7, kInfinity)});
+  EXPECT_EQ(winner(), 6);
+}
+
+TEST_F(LocationTrackerTest, AWinnerThatIsNotTrackedExpires) {
+  range({at(1, 1.0)});
+  for (int second = 1; second <= 5; ++second) rangeAfter(1.0, {});
+  EXPECT_EQ(tracker.beaconTracker().trackedBeacons().size(), 0U);
+  world.wait(4.0);
+  EXPECT_EQ(winner(), 1) << "last tracked five seconds ago";
+  world.wait(kInstant);
+  EXPECT_EQ(winner(), 0) << "without any ranging";
+  EXPECT_TRUE(tracker.timestampClosestBeaconFirstSeen().has_value());
+  range({at(2, 9.0)});
+  EXPECT_EQ(winner(), 2) << "at once";
+}
+
+TEST_F(LocationTrackerTest, AWinnerWithoutMapIsNotSeen) {
+  range({at(1, 1.0)});
+  for (int second = 1; second <= 5; ++second) rangeAfter(1.0, {ranged(1, -60, 1.0, {{"map_id", nullptr}})});
+  EXPECT_EQ(winner(), 1);
+  world.wait(kInstant);
+  EXPECT_EQ(winner(), 0);
+}
+
+TEST_F(LocationTrackerTest, ComparesOwnDistancesWhenAskedTo) {
+  tracker.setUseCoreLocationRanging(false);
+  const auto own = [](std::uint16_t minor, int rssi, double accuracy, platform::Json power) {
+    return ranged(minor, rssi, accuracy, {{"map_id", "lobby"}, {"measured_power", std::move(power)}});
+  };
+  range({own(1, -70, 1.0, -59), own(2, -65, 9.0, "-59")});
+  EXPECT_EQ(candidate(), 2);
+  rangeAfter(6.0, {ranged(3, -80, 0.5, {{"map_id", "lobby"}}), own(2, -50, 9.0, -59)});
+  EXPECT_EQ(winner(), 2) << "0.19 m, from the average";
+  EXPECT_EQ(candidate(), 2);
+  rangeAfter(1.0, {ranged(3, -80, 0.1, {{"map_id", "lobby"}}), own(2, -50, 9.0, -59)});
+  EXPECT_EQ(candidate(), 3) << "without measured power its accuracy is compared";
+  rangeAfter(5.1, {});
+  world.wait(5.1);
+  EXPECT_EQ(winner(), 0);
+  rangeAfter(1.0, {own(4, -50, 1.0, 0), own(5, -90, 1.0, -59)});
+  EXPECT_EQ(winner(), 5) << "a power of 0 is infinitely far";
+  world.wait(12.0);
+  EXPECT_EQ(winner(), 0);
+  range({own(4, -50, 1.0, 0)});
+  EXPECT_EQ(winner(), 4) << "but far is better than nothing";
+}
+
+TEST_F(LocationTrackerTest, TakesTheLastFixWhenItIsGood) {
+  const auto offerAt = [&](platform::CalendarTime timestamp, double accuracy) {
+    const std::vector<platform::CLLocation> fixes = {{{1.0, 1.0}, 5.0, world.time.calendarClock()->now()},
+                                                     {{50.0, 8.0}, accuracy, timestamp}};
+    tracker.setLocationFromCoreLocation(std::nullopt);
+    tracker.locationManagerDidUpdateLocations(nullptr, fixes);
+    const auto kept = tracker.locationFromCoreLocation();
+    return kept && kept->coordinate.latitude == 50.0;
+  };
+  const auto offer = [&](double age, double accuracy) {
+    return offerAt(world.time.calendarClock()->now() - platform::durationFromSeconds(age), accuracy);
+  };
+  EXPECT_TRUE(offer(0.0, 5.0));
+  EXPECT_TRUE(offer(14.999, 5.0));
+  EXPECT_FALSE(offer(15.0, 5.0));
+  EXPECT_TRUE(offer(-14.999, 5.0)) << "from the future";
+  EXPECT_FALSE(offer(-15.0, 5.0));
+  EXPECT_FALSE(offerAt(platform::CalendarTime::min(), 5.0));
+  EXPECT_FALSE(offerAt(platform::CalendarTime::max(), 5.0));
+  EXPECT_FALSE(offer(0.0, 0.0));
+  EXPECT_FALSE(offer(0.0, -1.0));
+  EXPECT_FALSE(offer(0.0, NAN));
+  tracker.setLocationFromCoreLocation(platform::CLLocation{});
+  tracker.locationManagerDidUpdateLocations(nullptr, {});
+  EXPECT_TRUE(tracker.locationFromCoreLocation().has_value()) << "otherwise the earlier one stays";
+}
+
+TEST_F(LocationTrackerTest, TellsWhy) {
+  std::vector<ElectionTrace> traces;
+  const auto explanation = [&] { return traces.back().explanation(); };
+  tracker.setElectionObserver([&](const ElectionTrace& trace) { traces.push_back(trace); });
+  range({ranged(9, -60, 0.5, {{"map_id", nullptr}})});
+  EXPECT_EQ(explanation(), "No winner: no tracked beacon has a map and a known distance");
+  rangeAfter(1.0, {at(1, 3.0), at(2, 2.0), at(3, 2.5), at(4, -1.0)});
+  ASSERT_EQ(traces.size(), 2U);
+  std::vector<std::pair<int, CandidateVerdict>> verdicts;
+  for (const auto& beacon : traces[1].beacons) verdicts.emplace_back(beacon.identity.minor, beacon.verdict);
+  EXPECT_THAT(verdicts,
+              ElementsAre(std::pair(1, CandidateVerdict::becameCandidate),
+                          std::pair(2, CandidateVerdict::becameCandidate), std::pair(3, CandidateVerdict::notNearer),
+                          std::pair(4, CandidateVerdict::unknownDistance), std::pair(9, CandidateVerdict::withoutMap)));
+  EXPECT_EQ(traces[1].beacons[4].sinceLastDetected, std::chrono::seconds(1));
+  EXPECT_EQ(traces[1].beacons[1].samples, 1);
+  EXPECT_EQ(traces[1].winnerBefore, std::nullopt);
+  EXPECT_EQ(explanation(),
+            "There was no winner: elected is the candidate \"Beacon 2\", compared at 2.00 m since 0.0 s");
+
+  rangeAfter(2.0, {at(1, 1.0), at(2, 2.0)});
+  EXPECT_EQ(
+      explanation(),
+      "\"Beacon 2\" stays the winner: elected 2.0 s ago, it holds for 5 s; the candidate is \"Beacon 1\", compared "
+      "at 1.00 m since 0.0 s");
+  tracker.setUseCoreLocationRanging(false);
+  rangeAfter(3.5, {at(2, 2.0)});
+  EXPECT_EQ(traces.back().rule, ElectionRule::replaced);
+  EXPECT_EQ(traces.back().beacons[0].source, ComparedValue::ownDistance);
+  EXPECT_EQ(traces.back().candidateAfter->age, std::chrono::milliseconds(3500));
+  EXPECT_EQ(traces.back().winnerAfter->identity.minor, 1);
+  EXPECT_EQ(traces.back().dropped.size(), 3U);
+  rangeAfter(6.0, {});
+  EXPECT_EQ(traces.back().rule, ElectionRule::electedAgain);
+  EXPECT_TRUE(traces.back().candidateExpired);
+  rangeAfter(5.5, {});
+  EXPECT_EQ(
+      explanation(),
+      "\"Beacon 1\" is no winner any more: it was not tracked for 5.5 s, and no other beacon has a map and a known "
+      "distance");
+
+  tracker.setElectionObserver([&](const ElectionTrace&) {
+    traces.clear();
+    tracker.setElectionObserver(nullptr);
+  });
+  rangeAfter(1.0, {});
+  rangeAfter(1.0, {});
+  EXPECT_TRUE(traces.empty());
+}
+
+// The rules once more, word for word and slowly, with text keys and shared objects.
+struct SlowTracker {
+  struct Beacon {
+    int minor = 0;
+    double rssi = 0.0;
+    double accuracy = 0.0;
+    bool onMap = false;
+    std::int64_t lastDetected = 0;
+    std::vector<std::pair<std::int64_t, double>> samples = {};
+    double average = 0.0;
+    double distance() const { return TGFBeacon::distanceForRSSIForPower(average, -59); }
+  };
+  using BeaconPtr = std::shared_ptr<Beacon>;
+  static constexpr std::int64_t kFive = 5'000'000'000;
+
+  std::vector<std::pair<std::string, BeaconPtr>> dictionary;
+  BeaconPtr closest, candidate;
+  std::optional<std::int64_t> firstSeen, lastSeen, candidateLastSeen;
+  bool useCoreLocationRanging = true;
+
+  static BeaconPtr* find(std::vector<std::pair<std::string, BeaconPtr>>& entries, const std::string& key) {
+    for (auto& [name, beacon] : entries)
+      if (name == key) return &beacon;
+    return nullptr;
+  }
+
+  void update(const std::vector<BeaconPtr>& beacons, std::int64_t now) {
+    std::vector<std::pair<std::string, BeaconPtr>> merged;
+    for (const auto& beacon : beacons) {
+      const auto key = std::to_string(beacon->minor);
+      if (const auto* previous = find(dictionary, key)) beacon->samples = (*previous)->samples;
+      beacon->lastDetected = now;
+      if (beacon->rssi < 0) beacon->samples.emplace_back(now, beacon->rssi);
+      std::erase_if(beacon->samples, [&](const auto& sample) { return now - sample.first > kFive; });
+      double sum = 0.0;
+      for (const auto& [time, rssi] : beacon->samples) sum += rssi;
+      beacon->average = beacon->samples.empty() ? 0.0 : sum / static_cast<double>(beacon->samples.size());
+      if (auto* place = find(merged, key))
+        *place = beacon;
+      else
+        merged.emplace_back(key, beacon);
+    }
+    for (const auto& [key, beacon] : dictionary)
+      if (!find(merged, key) && now - beacon->lastDetected < kFive) merged.emplace_back(key, beacon);
+    dictionary = merged;
+    elect(now);
+    timeout(now);
+  }
+
+  void elect(std::int64_t now) {
+    for (const auto& [key, beacon] : dictionary) {
+      double dB = beacon->accuracy;
+      double dC = candidate ? candidate->accuracy : 0.0;
+      if (!useCoreLocationRanging) {
+        if (beacon->distance() >= 0) dB = beacon->distance();
+        if (!candidate || candidate->distance() >= 0) dC = candidate ? candidate->distance() : 0.0;
+      }
+      if (!beacon->onMap) continue;
+      if ((!candidate || dC > dB) && dB > 0.0) {
+        candidate = beacon;
+        candidateLastSeen = now;
+      }
+      if (closest && closest->minor == beacon->minor) lastSeen = now;
+    }
+    if (candidate && (!closest || now - *firstSeen > kFive)) {
+      closest = candidate;
+      firstSeen = lastSeen = now;
+    }
+  }
+
+  void timeout(std::int64_t now) {
+    if (lastSeen && now - *lastSeen > kFive) {
+      lastSeen.reset();
+      closest.reset();
+    }
+    if (candidateLastSeen && now - *candidateLastSeen > kFive) {
+      candidateLastSeen.reset();
+      candidate.reset();
+    }
+  }
+};
+
+TEST_F(LocationTrackerTest, ElectsAsTheRulesRead) {
+  std::mt19937 random(20240229);
+  const auto pick = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
+  SlowTracker slow;
+  std::int64_t now = 0;
+  int changes = 0;
+  for (int step = 0; step < 6000; ++step) {
+    const auto wait = std::chrono::milliseconds(250 * (pick(20) == 0 ? pick(40) : pick(6)));
+    world.time.advanceBy(wait);
+    world.time.stepCalendar(std::chrono::seconds(pick(3) - 1));
+    now += platform::Duration(wait).count();
+    tracker.setUseCoreLocationRanging(slow.useCoreLocationRanging = pick(50) ? slow.useCoreLocationRanging : pick(2));
+    TGFBeaconList beacons;
+    std::vector<SlowTracker::BeaconPtr> slowBeacons;
+    for (int i = pick(7); i > 0; --i) {
+      const int minor = 1 + pick(6);
+      const int rssi = pick(8) ? -40 - pick(50) : 0;
+      const double accuracy = pick(10) ? 0.5 * pick(20) : -1.0;
+      const bool onMap = pick(10) != 0;
+      beacons.push_back(
+          ranged(static_cast<std::uint16_t>(minor), rssi, accuracy,
+                 {{"map_id", onMap ? platform::Json("lobby") : platform::Json()}, {"measured_power", -59}}));
+      slowBeacons.push_back(
+          std::make_shared<SlowTracker::Beacon>(SlowTracker::Beacon{minor, 1.0 * rssi, accuracy, onMap}));
+    }
+    if (pick(2)) slow.timeout(now), tracker.closestBeaconTimeout();
+    range(beacons);
+    const auto before = slow.closest;
+    slow.update(slowBeacons, now);
+    changes += before != slow.closest;
+    const auto candidateNow = tracker.closestBeaconCandidate();
+    const auto winnerNow = tracker.closestBeacon();
+    ASSERT_EQ(minorOf(candidateNow), slow.candidate ? slow.candidate->minor : 0) << step;
+    ASSERT_EQ(minorOf(winnerNow), slow.closest ? slow.closest->minor : 0) << step;
+    if (!winnerNow) continue;
+    ASSERT_EQ(winnerNow->accuracy(), slow.closest->accuracy) << step;
+    ASSERT_EQ(winnerNow->runningAverageRssi(), slow.closest->average) << step;
+  }
+  EXPECT_GT(changes, 500);
+}
+
+}  // namespace
+}  // namespace wayloom
