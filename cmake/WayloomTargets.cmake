@@ -18,7 +18,7 @@ endif()
 function(wayloom_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-unused-parameter
-                                           $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+                                           $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized -Wno-dangling-pointer>
                                            $<$<BOOL:${WAYLOOM_WERROR}>:-Werror>)
 endfunction()
 
