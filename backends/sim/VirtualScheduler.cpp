@@ -101,8 +101,8 @@ void VirtualScheduler::advanceUntil(const std::function<bool()>& done) {
   blockCaller([&] {
     while (!done()) {
       if (runNext()) continue;
-      if (timers_.first() == nullptr) throw std::logic_error("a wait that nothing can end any more");
-      if (timers_.first()->due > limit) throw std::logic_error("a wait that nothing ended for a day");
+      if (timers_.first() == nullptr) throw platform::AbandonedWait("a wait that nothing can end any more");
+      if (timers_.first()->due > limit) throw platform::AbandonedWait("a wait that nothing ended for a day");
       clock_->now = std::max(clock_->now, timers_.first()->due);
     }
   });

@@ -40,7 +40,7 @@ class VirtualScheduler final : public platform::TaskScheduler, public std::enabl
   std::optional<platform::MonotonicTime> nextDeadline() const;
   void runReady();
   void advanceTo(platform::MonotonicTime time);
-  // Runs what is ready and lets time pass until `done` holds. Throws std::logic_error when that can't happen.
+  // Runs what is ready and lets time pass until `done` holds. Throws AbandonedWait when that can't happen.
   void advanceUntil(const std::function<bool()>& done);
   // Destroys everything pending. From now on nothing is accepted and nothing runs.
   void shutDown();

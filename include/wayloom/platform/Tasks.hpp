@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "wayloom/platform/Time.hpp"
@@ -24,15 +25,22 @@ class TaskQueue {
  public:
   virtual ~TaskQueue() = default;
 
-  // Runs the task later on this queue. Any thread. After the scheduler's shut-down the task is destroyed unrun.
+  // Runs the task later on this queue. Any thread. After the scheduler's shut-down the task is destroyed unrun. What a
+  // task throws leaves the main loop's run(), and ends the process when it comes from another thread.
   virtual void async(Task task) = 0;
 };
 
 // A running timer. Destruction cancels; when it happens on another thread than the timer's queue, it waits for a
-// callback that is under way.
+// callback that is under way. A repeating timer's ticks that fall due before its callback has ended are missed ones.
 class Timer {
  public:
   virtual ~Timer() = default;
+};
+
+// Nothing can end this wait or sleep any more: the scheduler shuts down. The schedulers catch it behind the task.
+class AbandonedWait : public std::logic_error {
+ public:
+  using std::logic_error::logic_error;
 };
 
 // A mutex with a condition, through the platform so that virtual time can pass while somebody waits. Not recursive.
@@ -41,7 +49,8 @@ class ConditionLock {
   virtual ~ConditionLock() = default;
   virtual void lock() = 0;
   virtual void unlock() = 0;
-  virtual void wait() = 0;       // caller holds the lock; it is released meanwhile and held again on return
+  // The caller holds the lock; it is released meanwhile and held again at the end. Throws AbandonedWait.
+  virtual void wait() = 0;
   virtual void signalAll() = 0;  // caller holds the lock
 };
 
@@ -59,7 +68,8 @@ class TaskScheduler {
   // begun and waits for a task that is under way, except when that task itself destroys the queue.
   virtual std::unique_ptr<TaskQueue> makeSerialQueue(std::string name) = 0;
 
-  // Runs the task on the queue after `delay` (0 or more), then, with an interval (more than 0), again and again.
+  // Runs the task on the queue after `delay` (0 or more), then, with an interval (more than 0), again and again. The
+  // queue is one of this scheduler's; once it is destroyed, the timer does nothing. Any thread.
   [[nodiscard]] virtual std::unique_ptr<Timer> startTimer(TaskQueue& queue, Duration delay,
                                                           std::optional<Duration> interval, Task task) = 0;
 
@@ -68,7 +78,8 @@ class TaskScheduler {
   // thread; in order.
   virtual void atEndOfPass(Task task) = 0;
 
-  // Blocks the calling thread. In virtual time everything that falls due meanwhile runs inside the call.
+  // Blocks the calling thread. In virtual time everything that falls due meanwhile runs inside the call. Throws
+  // AbandonedWait.
   virtual void sleep(Duration duration) = 0;
 
   virtual std::unique_ptr<ConditionLock> makeConditionLock() = 0;

@@ -12,7 +12,7 @@
 //  - a task that is held up goes on when the call that it is in returns: a longer sleep in a task that ran meanwhile
 //    delays it. What it uses must not be destroyed meanwhile, since nobody can wait for it;
 //  - ConditionLock::lock() throws std::logic_error when a task that is held up holds the lock;
-//  - ConditionLock::wait() throws std::logic_error, holding the lock, when nothing is left that could signal, or when
+//  - ConditionLock::wait() throws AbandonedWait, holding the lock, when nothing is left that could signal, or when
 //    nobody signalled for `longestWait`.
 #pragma once
 
