@@ -24,9 +24,9 @@ using testing::IsEmpty;
 
 constexpr auto kKit = R"({"kit": {"status_url": "https://status", "status_token": "t",
   "map": {"overlays": [{"type": "circle", "identifier": "yard", "center": [50, 8], "radius": 30}]},
-  "ibeacons": [{"identifier": "wide", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": null, "minor": null},
-               {"identifier": "exact", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": 1, "minor": 2},
-               {"identifier": "useless", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": null, "minor": 2}]}})";
+  "ibeacons": [{"identifier": "useless", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": null, "minor": 2},
+               {"identifier": "wide", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": null, "minor": null},
+               {"identifier": "exact", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": 1, "minor": 2}]}})";
 
 const Events kRegistration = {"monitor yard",
                               "state yard",

@@ -144,11 +144,11 @@ class KitMaker {
 };
 
 TEST(Matching, IndexFindsWhatAWalkOverTheEntriesFinds) {
-  for (unsigned seed = 0; seed < 3000; ++seed) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
     KitMaker maker(seed);
     const auto document = std::make_shared<const Json>(maker.document());
     const TGFAPIBeaconFinder finder(document);
-    for (int query = 0; query < 25; ++query) {
+    for (int query = 0; query < 20; ++query) {
       const auto reported = maker.identity();
       const auto& match = finder.findAttrsForUUIDMajorMinor(reported.uuid, reported.major, reported.minor);
       ASSERT_EQ(described(*match), Walk(*document, reported).result()) << "seed " << seed << ": " << document->dump();
