@@ -101,7 +101,7 @@ ReportInput describeVenue(const Options& options) {
   sim::SimPlatform device({.venue = options.venue});
   platform::Platform& platform = device.platform();
   std::string error;
-  const auto kit = readKit(platform, options.venue, error);
+  const auto kit = readKit(platform, device.venue(), error);
   if (!kit) throw std::runtime_error(error);
   ReportInput input;
   input.venueName = kit->name().value_or(options.venue);

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -152,6 +153,13 @@ class WalkRecorder {
   sim::RecordedEvent event_;
 };
 
+// The Platform's files go by absolute paths.
+Options withAbsolutePaths(Options options) {
+  options.venue = std::filesystem::absolute(options.venue).string();
+  if (!options.walk.empty()) options.walk = std::filesystem::absolute(options.walk).string();
+  return options;
+}
+
 void simulate(const Options& options, std::ostream& out) {
   sim::SimPlatform device({.venue = options.venue});
   Platform& platform = device.platform();
@@ -168,7 +176,8 @@ void simulate(const Options& options, std::ostream& out) {
   if (!out) throw CommandError{options.output + ": can't be written"};
 }
 
-int run(const Options& options) {
+int run(const Options& given) {
+  const Options options = withAbsolutePaths(given);
   try {
     if (options.output == "-") {
       simulate(options, std::cout);
