@@ -25,5 +25,7 @@ void runs(CLI::App& subcommand, Run run) {
 void complain(std::string_view text);
 
 void registerReplay(CLI::App& app);
+void registerEvaluate(CLI::App& app);
+void registerSimulate(CLI::App& app);
 
 }  // namespace wayloom::tools

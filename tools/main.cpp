@@ -24,6 +24,8 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", std::string("wayloom ") + WAYLOOM_VERSION);
   app.require_subcommand(1);
   registerReplay(app);
+  registerEvaluate(app);
+  registerSimulate(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& failure) {
