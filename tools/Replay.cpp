@@ -19,11 +19,11 @@ namespace wayloom::tools {
 namespace {
 
 constexpr const char* kDescription =
-    "Runs the whole system on a recording, in virtual time, and prints one JSON line for each output.\n\n"
-    "The same recording, venue and options print the same lines, byte for byte. The format of recordings is in "
-    "docs/recording.md, that of the output in docs/replay.md, and docs/venue.md tells how to make a venue folder.";
+    "Runs the whole system on a recording, in virtual time, and prints one JSON line for each output.";
 
 constexpr const char* kFooter =
+    "The same recording, venue and options print the same lines, byte for byte. docs/recording.md describes\n"
+    "recordings, docs/replay.md the output, and docs/venue.md how to make a venue folder.\n\n"
     "Examples:\n"
     "  wayloom replay --venue examples/venue walk.jsonl\n"
     "      where the device was said to be after every ranging and fix\n"
