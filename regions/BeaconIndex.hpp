@@ -36,7 +36,7 @@ class BeaconIndex {
   std::uint32_t placeOf(const platform::UUID& uuid, Word major, Word minor) const;
   Entries entriesOf(const platform::UUID& uuid, Word major, Word minor) const;
 
-  // Whether an entry could match a beacon with this UUID and, where given, this major and minor.
+  // Whether an entry names this UUID and, when a major is given, could match a beacon with these numbers.
   bool knows(const platform::UUID& uuid, Word major, Word minor) const;
 
   std::size_t placeCount() const { return entryOf_.size(); }

@@ -64,21 +64,20 @@ TGFAPIBeaconFinder::TGFAPIBeaconFinder(std::shared_ptr<const Json> document)
       nothing_(std::make_shared<const BeaconMatch>(emptyDetails())),
       matches_(index_->placeCount()) {}
 
-TGFAPIBeaconFinder::~TGFAPIBeaconFinder() {
-  for (auto& match : matches_) delete match.load(std::memory_order_relaxed);
-}
+TGFAPIBeaconFinder::~TGFAPIBeaconFinder() = default;
 
 const BeaconMatchPtr& TGFAPIBeaconFinder::findAttrsForUUIDMajorMinor(const platform::UUID& uuid, Word major,
                                                                      Word minor) const {
   const auto place = index_->placeOf(uuid, major, minor);
   if (place == BeaconIndex::kNone) return nothing_;
   auto& shared = matches_[place];
-  if (const auto* known = shared.load(std::memory_order_acquire)) return *known;
-
-  auto merged = std::make_unique<const BeaconMatchPtr>(mergedMatch(uuid, major, minor));
-  const BeaconMatchPtr* expected = nullptr;
-  if (!shared.compare_exchange_strong(expected, merged.get(), std::memory_order_acq_rel)) return *expected;
-  return *merged.release();
+  if (shared.made.load(std::memory_order_acquire)) return shared.match;
+  const std::lock_guard lock(mutex_);
+  if (!shared.made.load(std::memory_order_relaxed)) {
+    shared.match = mergedMatch(uuid, major, minor);
+    shared.made.store(true, std::memory_order_release);
+  }
+  return shared.match;
 }
 
 BeaconMatchPtr TGFAPIBeaconFinder::mergedMatch(const platform::UUID& uuid, Word major, Word minor) const {

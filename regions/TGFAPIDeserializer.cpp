@@ -54,7 +54,7 @@ std::unique_ptr<TGFKit> TGFAPIDeserializer::buildKit(Platform& platform, std::sh
 TGFMapPtr TGFAPIDeserializer::buildMap(Platform& platform, const Json* map) {
   if (!map || map->is_null()) return nullptr;
   if (!map->is_object()) {
-    TGFLogger::log(platform, TGFLogLevel::warning, "Skipped the kit's map: a %@, not an object", map->type_name());
+    TGFLogger::log(platform, TGFLogLevel::warning, "Skipped the kit's map: not an object");
     return nullptr;
   }
   return std::make_shared<const TGFMap>(*map);
@@ -68,8 +68,7 @@ std::vector<TGFBeaconRegionPtr> TGFAPIDeserializer::buildBeaconRegions(Platform&
   }
   if (!entries || entries->is_null()) return regions;
   if (!entries->is_array()) {
-    TGFLogger::log(platform, TGFLogLevel::warning, "Skipped the kit's beacons: a %@, not an array",
-                   entries->type_name());
+    TGFLogger::log(platform, TGFLogLevel::warning, "Skipped the kit's beacons: not an array");
     return regions;
   }
   logUnusable(platform, entries->get_ref<const Json::array_t&>());

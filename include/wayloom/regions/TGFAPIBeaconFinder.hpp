@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -43,11 +44,16 @@ class TGFAPIBeaconFinder {
   TGFBeacon findIBeaconForCLBeacon(const platform::CLBeacon& beacon) const;
   TGFBeaconRegionPtr findIBeaconRegionForCLBeaconRegion(const platform::CLBeaconRegionPtr& region) const;
 
-  // Whether the kit has an entry that could match a beacon of the region.
+  // Whether the kit names the region's UUID and, for a region with a major, has an entry that could match one of its
+  // beacons.
   bool knows(const platform::CLBeaconRegion& region) const;
 
  private:
-  using SharedMatch = std::atomic<const BeaconMatchPtr*>;
+  // The match of one place of the index: made when somebody asks for it, then never changed.
+  struct SharedMatch {
+    std::atomic<bool> made = false;
+    BeaconMatchPtr match;  // written under the mutex, before `made` is set
+  };
 
   BeaconMatchPtr mergedMatch(const platform::UUID& uuid, Word major, Word minor) const;
 
@@ -55,7 +61,7 @@ class TGFAPIBeaconFinder {
   const platform::Json::array_t* entries_;  // within document_; null when it has none
   std::unique_ptr<const BeaconIndex> index_;
   BeaconMatchPtr nothing_;
-  // By place of the index: null until somebody asks for it, then owned and never changed before destruction.
+  mutable std::mutex mutex_;
   mutable std::vector<SharedMatch> matches_;
 };
 

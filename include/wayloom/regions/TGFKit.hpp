@@ -42,7 +42,8 @@ class TGFKit {
   // The beacons of one ranging, in order; they share one allocation.
   TGFBeaconList getIBeaconsForCLBeacons(std::span<const platform::CLBeacon> beacons) const;
   TGFBeaconRegionPtr getIBeaconRegionForCLBeaconRegion(const platform::CLBeaconRegionPtr& region) const;
-  // Whether some entry could match a beacon of the region.
+  // Whether the kit names the region's UUID and, for a region with a major, has an entry that could match one of its
+  // beacons.
   bool knowsRegion(const platform::CLBeaconRegion& region) const { return finder_.knows(region); }
 
   // The first geofence, else the first beacon region, with that identifier; or null.
