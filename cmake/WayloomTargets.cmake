@@ -13,13 +13,12 @@ if(PROJECT_IS_TOP_LEVEL)
   endif()
 endif()
 
-# Warnings of our own code; errors only where a preset says so, never for those who consume the package. Optimising, g++
-# 12 takes the empty state of std::optional for an uninitialised value.
+# Warnings of our own code; errors only where a preset says so, never for those who consume the package.
 function(wayloom_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-unused-parameter
                                            $<$<BOOL:${WAYLOOM_WERROR}>:-Werror>)
-  # g++ 12 gives these without reason in optimised code of the standard library.
+  # Optimising, g++ 12 gives these without reason: for empty optionals, for frames on the stack, in std::string.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-restrict)
   endif()
