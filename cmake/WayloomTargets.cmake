@@ -18,8 +18,11 @@ endif()
 function(wayloom_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-unused-parameter
-                                           $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
                                            $<$<BOOL:${WAYLOOM_WERROR}>:-Werror>)
+  # g++ 12 gives these without reason in optimised code of the standard library.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-restrict)
+  endif()
 endfunction()
 
 # One object library a core module, from all sources of its folder; headers of the module's own stay in the folder.

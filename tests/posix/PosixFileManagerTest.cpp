@@ -160,6 +160,7 @@ TEST(DirectoryBundle, FindsResourcesInsideOnly) {
   EXPECT_FALSE(bundle.pathForResource(std::string("map.html\0", 9), "x"));
   EXPECT_FALSE(bundle.pathForResource(std::string(5000, 'x'), "svg"));
   EXPECT_TRUE(DirectoryBundle(directory / "missing", reader).infoDictionary().is_object());
+  EXPECT_FALSE(DirectoryBundle("", reader).pathForResource("etc/hostname", "")) << "not the root directory";
 }
 
 }  // namespace

@@ -18,9 +18,9 @@ using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
 struct HttpRequest {
   std::string method = "GET";  // "GET", "HEAD" or "POST"
-  std::string url;             // absolute; an empty or malformed one fails with an error
-  HttpHeaders headers;
-  std::string body;
+  std::string url = {};        // absolute; an empty or malformed one fails with an error
+  HttpHeaders headers = {};
+  std::string body = {};
   Duration timeout = std::chrono::seconds(60);  // without any progress; ten times as long as a whole
 };
 

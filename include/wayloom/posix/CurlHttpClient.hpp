@@ -12,7 +12,7 @@ class CurlWorker;
 struct CurlHttpOptions {
   std::size_t maximumBody = platform::kMaximumHttpBody;  // bytes, after decompression
   // PEM file of the certificate authorities to trust in place of the system's. Certificates are always checked.
-  std::string certificateAuthorities;
+  std::string certificateAuthorities = {};
 };
 
 // HTTP over the network, by libcurl. One worker thread carries all requests; up to six at a time go to one server, the

@@ -8,7 +8,7 @@
 namespace wayloom::posix {
 
 // A bundle that is a directory: resource "name" of type "type" is the file "name.type" in it, and a name may lead into
-// its subdirectories. A directory that is missing is an empty bundle.
+// its subdirectories. A directory that is missing, and an empty path, is an empty bundle.
 class DirectoryBundle : public platform::Bundle {
  public:
   // A relative path counts from the working directory of this moment. The reader is used by the constructor only.
