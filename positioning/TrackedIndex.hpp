@@ -17,7 +17,7 @@ class TrackedIndex {
 
   // Empties the table and makes room for `count` identities; no more may be put in before the next reset.
   void reset(std::size_t count) {
-    const std::size_t needed = std::bit_ceil(2 * count + 1);
+    const std::size_t needed = std::bit_ceil(2 * count + 2);  // two at least: placeOf() needs a bit to shift to
     if (slots_.size() < needed || slots_.size() / kMostSpare > needed) slots_ = std::vector<Slot>(needed);
     for (auto& slot : slots_) slot.number = kNone;
     shift_ = 64 - std::countr_zero(slots_.size());
