@@ -105,19 +105,6 @@ class Kit:
             merged.update(attributes if isinstance(attributes, dict) else {})
         return merged
 
-    def knows(self, region):
-        """Whether some entry can be of this region; rangings of any other region count for nothing."""
-        uuid, major, minor = parse_uuid(region['uuid']), region.get('major'), region.get('minor')
-        for entry_uuid, entry in self.entries:
-            if entry_uuid is None or entry_uuid != uuid:
-                continue
-            if major is None or entry.get('major', 0) is None:
-                return True
-            if integer_value(entry.get('major')) == major and (
-                    minor is None or entry.get('minor', 0) is None or integer_value(entry.get('minor')) == minor):
-                return True
-        return False
-
 
 # Beacons and the election ---------------------------------------------------------------------------------------
 
@@ -321,13 +308,11 @@ def ranged_beacon(kit, record):
 def replay(venue, lines, use_own_distance=False):
     """Yields the location line of every ranging and fix.
 
-    A ranging is merged only after its own line: the position published with it is that of the moment before. With a
-    ranging of a region that the kit does not know nothing is published, so the last position stands.
+    A ranging is merged only after its own line: the position published with it is that of the moment before.
     """
     kit = Kit(read_json(Path(venue) / 'server' / 'kit.json', {}).get('kit') or {})
     maps = load_maps(venue)
     tracker = Tracker(use_own_distance)
-    published = {'map_id': None}
     for line in lines:
         record = json.loads(line, parse_float=Decimal)
         if record.get('type') not in ('ranging', 'location'):
@@ -336,11 +321,8 @@ def replay(venue, lines, use_own_distance=False):
         if record['type'] == 'location':
             stamp = nanoseconds(record.get('timestamp', record['t']))
             tracker.offer_fix(Fix(*(float(record[key]) for key in ('latitude', 'longitude', 'accuracy')), stamp), now)
-        known = record['type'] == 'location' or kit.knows(record['region'])
-        if known:
-            published = position(tracker, maps, now)
-        yield {'t': float(record['t']), 'event': 'location', **published}
-        if known and record['type'] == 'ranging':
+        yield {'t': float(record['t']), 'event': 'location', **position(tracker, maps, now)}
+        if record['type'] == 'ranging':
             tracker.merge([ranged_beacon(kit, beacon) for beacon in record['beacons']], now)
 
 
