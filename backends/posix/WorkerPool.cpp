@@ -75,10 +75,15 @@ void WorkerPool::close() {
   std::unique_lock lock(mutex_);
   closed_ = true;
   auto dropped = std::exchange(pending_, {});
-  auto threads = std::exchange(started_, {});
   changed_.notify_all();
   lock.unlock();
   while (!dropped.empty()) dropped.pop().drop();
+}
+
+void WorkerPool::join() {
+  std::unique_lock lock(mutex_);
+  auto threads = std::exchange(started_, {});
+  lock.unlock();
   for (auto& thread : threads) {
     if (thread.get_id() == std::this_thread::get_id())
       thread.detach();

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "wayloom/positioning/TWLManager.hpp"
 #include "wayloom/posix/MainLoop.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
-#include "wayloom/positioning/TWLManager.hpp"
 
 struct Dot : wayloom::TWLManagerDelegate {
   void locationManagerDidUpdateMapLocation(wayloom::TWLManager&, const wayloom::TWLMapLocationPtr& here) override {
