@@ -86,7 +86,7 @@ TEST_F(ThreadsTest, ReadersAskWhileRangingsAreMergedAndMapsReplaced) {
 TEST_F(ThreadsTest, AListenerMayGoAsSoonAsItIsRemoved) {
   struct Counter : TWLManagerDelegate {
     void locationManagerDidUpdateMapLocation(TWLManager&, const TWLMapLocationPtr&) override { ++calls; }
-    int calls = 0;
+    std::atomic<int> calls = 0;
   };
   TWLManager manager(*platform);
   std::atomic<bool> elected = false;
