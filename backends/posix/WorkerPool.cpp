@@ -7,7 +7,7 @@ namespace wayloom::posix {
 
 thread_local WorkerPool* WorkerPool::current_ = nullptr;
 
-void runPoolTask(platform::Task task) {
+void runPoolTask(const platform::Task& task) {
   try {
     task();
   } catch (const platform::AbandonedWait&) {
@@ -18,7 +18,7 @@ void WorkerPool::Work::run() {
   if (job)
     job->run();
   else
-    runPoolTask(std::move(task));
+    runPoolTask(task);
 }
 
 void WorkerPool::Work::drop() {

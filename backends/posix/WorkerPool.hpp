@@ -76,6 +76,6 @@ class WorkerPool final : public TaskSink, public std::enable_shared_from_this<Wo
 };
 
 // Runs a task of a pool thread. A wait that the shut-down ends takes its task with it.
-void runPoolTask(platform::Task task);
+void runPoolTask(const platform::Task& task);
 
 }  // namespace wayloom::posix

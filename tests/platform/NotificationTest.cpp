@@ -59,7 +59,7 @@ TEST(NotificationCenter, EndingAnObservationWaitsForItsCallback) {
   std::thread poster([&] {
     while (!stop) center.post({"A", nullptr, {}});
   });
-  for (int i = 0; i < 100; ++i) {
+  for (int i = 0; i < 30; ++i) {
     std::atomic<bool> alive = true;
     std::atomic<int> calls = 0;
     auto observation = center.addObserver("A", nullptr, [&](const Notification&) {

@@ -72,7 +72,7 @@ TEST(MainLoop, WakesForPostsAndStopsFromAnyThread) {
 
 TEST(MainLoop, DestroyingAQueueOrTimerWaitsForWhatIsUnderWay) {
   MainLoop loop;
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 30; ++round) {
     std::atomic<int> inside = 0, begun = 0;
     const auto task = [&] {
       ++inside;
