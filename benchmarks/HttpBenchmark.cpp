@@ -45,22 +45,52 @@ void oneAtATime(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// Places for the requests under way; one is free again when its response has come.
+class Slots {
+ public:
+  explicit Slots(std::size_t count) : tasks_(count), available_(static_cast<std::ptrdiff_t>(count)) {
+    for (std::size_t i = 0; i < count; ++i) free_.push_back(i);
+  }
+  std::size_t take() {
+    available_.acquire();
+    const std::lock_guard lock(mutex_);
+    const auto slot = free_.back();
+    free_.pop_back();
+    return slot;
+  }
+  void giveBack(std::size_t slot) {
+    {
+      const std::lock_guard lock(mutex_);
+      free_.push_back(slot);
+    }
+    available_.release();
+  }
+  std::unique_ptr<wayloom::platform::HttpTask>& task(std::size_t slot) { return tasks_[slot]; }
+
+ private:
+  std::vector<std::unique_ptr<wayloom::platform::HttpTask>> tasks_;
+  std::vector<std::size_t> free_;
+  std::mutex mutex_;
+  std::counting_semaphore<> available_;
+};
+
 // `range` requests are always under way.
 void manyAtOnce(benchmark::State& state) {
   RawServer server(answerAll);
   wayloom::posix::MainLoop loop;
   const auto queue = loop.makeSerialQueue("responses");
   CurlHttpClient client;
-  std::counting_semaphore<> free(state.range(0));
-  std::vector<std::unique_ptr<wayloom::platform::HttpTask>> tasks(static_cast<std::size_t>(state.range(0)) * 2);
-  std::size_t next = 0;
+  const auto count = static_cast<std::size_t>(state.range(0));
+  Slots slots(count);
   for (auto _ : state) {
-    free.acquire();
-    auto& task = tasks[next++ % tasks.size()];
-    task.reset();
-    task = client.send({.url = server.url()}, *queue, [&](const HttpResponse&) { free.release(); });
+    const auto slot = slots.take();
+    slots.task(slot).reset();
+    slots.task(slot) = client.send({.url = server.url()}, *queue, [&slots, slot](const HttpResponse& response) {
+      if (response.status != 200) std::abort();
+      slots.giveBack(slot);
+    });
   }
-  for (std::int64_t i = 0; i < state.range(0); ++i) free.acquire();
+  for (std::size_t i = 0; i < count; ++i) slots.take();
   state.SetItemsProcessed(state.iterations());
 }
 

@@ -62,10 +62,10 @@ class ResponseSlot {
 }  // namespace
 
 CurlHttpClient::CurlHttpClient(CurlHttpOptions options) : worker_(std::make_shared<CurlWorker>(std::move(options))) {
-  worker_->begin();
+  worker_->start();
 }
 
-CurlHttpClient::~CurlHttpClient() { worker_->end(); }
+CurlHttpClient::~CurlHttpClient() { worker_->stop(); }
 
 std::unique_ptr<platform::HttpTask> CurlHttpClient::send(HttpRequest request, platform::TaskQueue& queue,
                                                          Handler handler) {

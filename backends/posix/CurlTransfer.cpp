@@ -52,13 +52,6 @@ std::string_view withoutBlanks(std::string_view text) {
   return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
 }
 
-// The request's own header of that name; the lookup is that of a response's headers.
-bool has(const platform::HttpHeaders& headers, std::string_view name) {
-  HttpResponse lookup;
-  lookup.headers = headers;
-  return lookup.header(name).has_value();
-}
-
 long milliseconds(Duration duration) {
   return static_cast<long>(std::chrono::ceil<std::chrono::milliseconds>(duration).count());
 }
@@ -102,8 +95,8 @@ std::optional<Error> CurlTransfer::buildHeaders() {
     append(value.empty() ? name + ";" : name + ": " + value);
   }
   if (request_.method == "POST") {
-    if (!has(request_.headers, "Expect")) append("Expect:");
-    if (!has(request_.headers, "Content-Type")) append("Content-Type:");
+    if (!platform::findHeader(request_.headers, "Expect")) append("Expect:");
+    if (!platform::findHeader(request_.headers, "Content-Type")) append("Content-Type:");
   }
   headers_.reset(list);
   return std::nullopt;
@@ -148,7 +141,8 @@ void CurlTransfer::start(CURL* easy) {
   setMethod();
   curl_easy_setopt(easy, CURLOPT_URL, request_.url.c_str());
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
-  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, has(request_.headers, "Accept-Encoding") ? nullptr : "");
+  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING,
+                   platform::findHeader(request_.headers, "Accept-Encoding") ? nullptr : "");
   curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, origin_.starts_with("https:") ? "https" : "http,https");
   curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, milliseconds(timeout_ * kWholeTimeFactor));
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);

@@ -10,6 +10,8 @@ namespace {
 
 constexpr std::size_t kConnectionsToOneServer = 6;
 constexpr std::size_t kIdleHandles = 8;
+// By itself libcurl keeps four times as many as there are transfers at that moment, and so closes what the next needs.
+constexpr long kOpenConnections = 16;
 constexpr int kLongestPoll = 3'600'000;  // ms; a wake-up ends it
 
 // libcurl's start-up is once a process; it is never taken back, as other users of it may be there.
@@ -24,7 +26,7 @@ void blockSignals() {
   pthread_sigmask(SIG_BLOCK, &all, nullptr);
 }
 
-platform::HttpResponse endedResponse() {
+platform::HttpResponse stoppedResponse() {
   return CurlTransfer::failure(CURLE_ABORTED_BY_CALLBACK, "the HTTP client is shut down");
 }
 
@@ -33,16 +35,17 @@ platform::HttpResponse endedResponse() {
 CurlWorker::CurlWorker(CurlHttpOptions options) : options_(std::move(options)) {
   initialiseLibrary();
   multi_.reset(curl_multi_init());
+  curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, kOpenConnections);
 }
 
-void CurlWorker::begin() {
+void CurlWorker::start() {
   thread_ = std::thread([self = shared_from_this()] { self->run(); });
 }
 
-void CurlWorker::end() {
+void CurlWorker::stop() {
   {
     const std::lock_guard lock(mutex_);
-    ending_ = true;
+    stopping_ = true;
     wake();
   }
   if (!thread_.joinable()) return;
@@ -54,7 +57,7 @@ void CurlWorker::end() {
 
 // The caller holds the lock, which keeps the multi handle from being cleaned up meanwhile.
 void CurlWorker::wake() {
-  if (woken_ || ended_) return;
+  if (woken_ || stopped_) return;
   woken_ = true;
   curl_multi_wakeup(multi_.get());
 }
@@ -62,17 +65,17 @@ void CurlWorker::wake() {
 void CurlWorker::add(CurlTransferPtr transfer) {
   {
     const std::lock_guard lock(mutex_);
-    if (!ending_) {
+    if (!stopping_) {
       added_.push_back(std::move(transfer));
       return wake();
     }
   }
-  transfer->deliver(endedResponse());
+  transfer->deliver(stoppedResponse());
 }
 
 void CurlWorker::remove(CurlTransferPtr transfer) {
   const std::lock_guard lock(mutex_);
-  if (ending_) return;
+  if (stopping_) return;
   removed_.push_back(std::move(transfer));
   wake();
 }
@@ -86,7 +89,7 @@ void CurlWorker::run() {
     failStill();
     curl_multi_poll(multi_.get(), nullptr, 0, pollTime(), nullptr);
   }
-  endAll();
+  stopAll();
 }
 
 bool CurlWorker::takeOrders() {
@@ -95,7 +98,7 @@ bool CurlWorker::takeOrders() {
   {
     const std::lock_guard lock(mutex_);
     woken_ = false;
-    if (ending_) return false;
+    if (stopping_) return false;
     added.swap(added_);
     removed.swap(removed_);
   }
@@ -178,7 +181,7 @@ int CurlWorker::pollTime() const {
   return std::max(static_cast<int>(time.count()), 0);
 }
 
-void CurlWorker::endAll() {
+void CurlWorker::stopAll() {
   auto rest = std::exchange(active_, {});
   for (const auto& transfer : rest) {
     const std::unique_ptr<CURL, EasyDeleter> easy(transfer->release());
@@ -192,10 +195,10 @@ void CurlWorker::endAll() {
     rest.insert(rest.end(), added_.begin(), added_.end());
     added_.clear();
     removed_.clear();
-    ended_ = true;
+    stopped_ = true;
     multi_.reset();
   }
-  for (const auto& transfer : rest) transfer->deliver(endedResponse());
+  for (const auto& transfer : rest) transfer->deliver(stoppedResponse());
 }
 
 }  // namespace wayloom::posix

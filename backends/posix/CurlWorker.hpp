@@ -27,12 +27,12 @@ class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
 
   const CurlHttpOptions& options() const { return options_; }
 
-  void begin();  // starts the thread, which keeps the worker alive
+  void start();  // starts the thread, which keeps the worker alive
   // Ends the thread and closes every connection; transfers that have not ended get an error as their response. Waits,
   // except when the thread itself calls it.
-  void end();
+  void stop();
 
-  // Any thread. After end() a transfer that is added gets an error as its response.
+  // Any thread. After stop() a transfer that is added gets an error as its response.
   void add(CurlTransferPtr transfer);
   void remove(CurlTransferPtr transfer);  // whose response nobody waits for any more
 
@@ -52,7 +52,7 @@ class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
   void reapFinished();
   void failStill();
   int pollTime() const;
-  void endAll();
+  void stopAll();
 
   const CurlHttpOptions options_;
   std::thread thread_;
@@ -60,8 +60,8 @@ class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
   std::mutex mutex_;
   std::vector<CurlTransferPtr> added_;
   std::vector<CurlTransferPtr> removed_;
-  bool ending_ = false;
-  bool ended_ = false;
+  bool stopping_ = false;
+  bool stopped_ = false;
   bool woken_ = false;  // a wake-up is under way
 
   // Of the worker thread. The easy handles go before the multi handle.

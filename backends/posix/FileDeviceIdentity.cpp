@@ -30,7 +30,8 @@ UUID randomIdentifier() {
 
 }  // namespace
 
-FileDeviceIdentity::FileDeviceIdentity(const std::string& path, platform::LogSink& log) {
+FileDeviceIdentity::FileDeviceIdentity(const std::string& file, platform::LogSink& log) {
+  const auto path = absolutePath(file);
   if (const auto stored = readIdentifier(path)) {
     identifier_ = *stored;
     return;

@@ -22,8 +22,8 @@ std::string directoryOf(const std::string& path) {
 
 }  // namespace
 
-FileUserDefaults::FileUserDefaults(std::string path, std::shared_ptr<platform::LogSink> log)
-    : path_(std::move(path)), log_(std::move(log)) {
+FileUserDefaults::FileUserDefaults(const std::string& path, std::shared_ptr<platform::LogSink> log)
+    : path_(absolutePath(path)), log_(std::move(log)) {
   load();
 }
 

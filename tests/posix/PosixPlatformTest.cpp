@@ -16,11 +16,12 @@ TEST(PosixPlatform, WorksAsAWholeAndAcrossRestarts) {
   const TemporaryDirectory directory;
   std::filesystem::create_directory(directory / "bundle");
   std::ofstream(directory / "bundle/Info.plist") << "<plist><dict><key>K</key><true/></dict></plist>";
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(directory.path());
   platform::UUID identifier;
   for (int run = 0; run < 2; ++run) {
     const auto loop = std::make_shared<MainLoop>();
-    const auto platform =
-        makePlatform({.mainBundle = directory / "bundle", .documents = directory / "documents", .loop = loop});
+    const auto platform = makePlatform({.mainBundle = "bundle", .documents = "documents", .loop = loop});
     EXPECT_EQ(platform->mainBundle().infoDictionary(), platform::Json({{"K", true}}));
     EXPECT_TRUE(platform->libraryBundle().pathForResource("Info", "plist"));
     EXPECT_FALSE(platform->files().writeFileAtomically(directory / "documents/x", "x"));
@@ -44,6 +45,7 @@ TEST(PosixPlatform, WorksAsAWholeAndAcrossRestarts) {
     EXPECT_TRUE(error);
     EXPECT_EQ(states, std::vector{platform::CBCentralManagerState::unsupported});
   }
+  std::filesystem::current_path(before);
 }
 
 TEST(PosixPlatform, TakesTheHostsRadio) {

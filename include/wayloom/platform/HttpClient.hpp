@@ -16,6 +16,9 @@ namespace wayloom::platform {
 
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
+// The value of the first header of that name, compared without case; null when there is none.
+const std::string* findHeader(const HttpHeaders& headers, std::string_view name);
+
 struct HttpRequest {
   std::string method = "GET";  // "GET", "HEAD" or "POST"
   std::string url = {};        // absolute; an empty or malformed one fails with an error

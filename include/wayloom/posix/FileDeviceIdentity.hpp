@@ -13,7 +13,7 @@ namespace wayloom::posix {
 // a file with something else in it is replaced.
 class FileDeviceIdentity : public platform::DeviceIdentity {
  public:
-  FileDeviceIdentity(const std::string& path, platform::LogSink& log);  // log: used by the constructor only
+  FileDeviceIdentity(const std::string& file, platform::LogSink& log);  // log: used by the constructor only
 
   platform::UUID identifierForVendor() const override { return identifier_; }
 

@@ -16,7 +16,7 @@ namespace wayloom::posix {
 class FileUserDefaults : public platform::UserDefaults {
  public:
   // The file's directory is made with the first write. `log` hears of corrupt and unwritable files.
-  FileUserDefaults(std::string path, std::shared_ptr<platform::LogSink> log);
+  FileUserDefaults(const std::string& path, std::shared_ptr<platform::LogSink> log);
   ~FileUserDefaults() override;
 
   std::int64_t integerForKey(std::string_view key) const override;  // of a text its leading integer
