@@ -80,13 +80,13 @@ TEST_P(TaskCoreContract, TimersFireInTheOrderOfDeadlineAndThenOfCreation) {
       timers.push_back(tasks().startTimer(*queue, delay, std::nullopt, journal.noting(std::move(word))));
     };
     queue->async([&] {
-      start("c", 3ms);
-      start("a", 1ms);
-      start("b", 2ms);
-      start("a2", 1ms);
       start("now", 0ms);
+      start("c", 60ms);
+      start("a", 20ms);
+      start("b", 40ms);
+      start("a2", 20ms);
       start("never", platform::Duration::max());
-      tasks().sleep(5ms);  // now they are all due at once
+      tasks().sleep(100ms);  // now they are all due at once
     });
     world->runUntil([&] { return journal.size() == 5; });
     EXPECT_THAT(journal.words(), ElementsAre("now", "a", "a2", "b", "c"));
