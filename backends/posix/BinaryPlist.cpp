@@ -18,7 +18,7 @@ constexpr std::size_t kTrailerSize = 32;
 constexpr double kSecondsFrom1970To2001 = 978'307'200.0;
 // What one property list may come to: every visit of an object costs its bytes and a fixed share. Without a bound, a
 // few hundred bytes of arrays that hold the next one twice would grow for ever.
-constexpr std::int64_t kBudget = 64 << 20;
+constexpr std::int64_t kBudget = 16 << 20;
 constexpr std::int64_t kObjectCost = 64;
 
 std::string base64(std::string_view bytes) {

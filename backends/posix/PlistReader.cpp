@@ -9,7 +9,7 @@
 namespace wayloom::posix {
 namespace {
 
-constexpr std::size_t kLargestFile = 16U << 20U;
+constexpr std::size_t kLargestFile = 4U << 20U;
 
 }  // namespace
 

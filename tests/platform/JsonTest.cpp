@@ -47,10 +47,10 @@ TEST(JsonParser, LastDuplicateWinsInFirstPlace) {
   EXPECT_EQ(parsed(R"({"a":1,"b":2,"a":99999999999999999999})").dump(), R"({"a":1e+20,"b":2})");
   std::string many = "{";
   for (int round = 0; round < 2; ++round)
-    for (int i = 0; i < 200'000; ++i) many += "\"" + std::to_string(i) + "\":" + std::to_string(round) + ",";
+    for (int i = 0; i < 50'000; ++i) many += "\"" + std::to_string(i) + "\":" + std::to_string(round) + ",";
   many.back() = '}';
   const auto value = parsed(many);
-  ASSERT_EQ(value.size(), 200'000U);
+  ASSERT_EQ(value.size(), 50'000U);
   EXPECT_EQ(value.begin().key(), "0");
   EXPECT_EQ(value.back(), 1);
 }

@@ -154,24 +154,22 @@ TEST_F(CurlHttpClientTest, RefusesWhatCannotBeSent) {
 
 TEST_F(CurlHttpClientTest, TimesOutWhenNothingMoves) {
   const auto silent = answering("", true);
-  const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(errorCode(get(silent->url(), 150ms)), kTimedOut);
   const auto stalled = answering("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nbegin", true);
   EXPECT_EQ(errorCode(get(stalled->url(), 150ms)), kTimedOut);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
   // One that takes longer as a whole but keeps moving is let through, up to ten times the time-out.
   const auto trickling = [](int pieces) {
     return [pieces](RawServer& server, int connection) {
       RawServer::receive(connection);
       RawServer::send(connection, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(pieces) + "\r\n\r\n");
       for (int i = 0; i < pieces && !server.isStopping(); ++i) {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(40ms);
         RawServer::send(connection, "x");
       }
     };
   };
-  RawServer slow(trickling(20));
-  EXPECT_EQ(fetch(get(slow.url(), 150ms)).body.size(), 20U);
+  RawServer slow(trickling(15));
+  EXPECT_EQ(fetch(get(slow.url(), 400ms)).body.size(), 15U);
   RawServer endless(trickling(200));
   EXPECT_EQ(errorCode(get(endless.url(), 150ms)), kTimedOut);
 }
@@ -238,9 +236,9 @@ TEST_F(CurlHttpClientTest, ManyRequestsShareAFewConnections) {
   std::atomic<int> most = 0;
   HttpServer<httplib::Server> server;
   server->new_task_queue = [] { return new httplib::ThreadPool(16); };
-  server->Get("/slow", [&](const httplib::Request& request, httplib::Response& response) {
+  server->Get("/a", [&](const httplib::Request& request, httplib::Response& response) {
     most = std::max<int>(most, ++atOnce);
-    std::this_thread::sleep_for(30ms);
+    if (request.has_param("slow")) std::this_thread::sleep_for(1200ms);
     --atOnce;
     response.set_content(request.get_param_value("n"), "text/plain");
   });
@@ -250,13 +248,14 @@ TEST_F(CurlHttpClientTest, ManyRequestsShareAFewConnections) {
   std::vector<std::string> bodies(kRequests);
   std::promise<void> done;
   std::atomic<int> left = kRequests;
-  for (int i = 0; i < kRequests; ++i)
-    // Together they take longer than the time-out of each, which counts from a request's turn.
-    tasks.push_back(
-        client_.send(get(server.url("/slow?n=" + std::to_string(i)), 250ms), *queue_, [&, i](HttpResponse r) {
-          bodies[static_cast<std::size_t>(i)] = r.error ? r.error->description : r.body;
-          if (--left == 0) done.set_value();
-        }));
+  for (int i = 0; i < kRequests; ++i) {
+    // The later ones wait for the first six for longer than their time-out, which only counts from their turn.
+    auto url = server.url("/a?n=" + std::to_string(i) + (i < 6 ? "&slow=1" : ""));
+    tasks.push_back(client_.send(get(url, i < 6 ? 30s : 1s), *queue_, [&, i](HttpResponse response) {
+      bodies[static_cast<std::size_t>(i)] = response.error ? response.error->description : response.body;
+      if (--left == 0) done.set_value();
+    }));
+  }
   done.get_future().wait();
   for (int i = 0; i < kRequests; ++i) EXPECT_EQ(bodies[static_cast<std::size_t>(i)], std::to_string(i));
   EXPECT_LE(most, 6);
@@ -268,21 +267,21 @@ TEST_F(CurlHttpClientTest, CancelledRequestsNeverCallBack) {
               [](const httplib::Request&, httplib::Response& response) { response.set_content("a", "text/plain"); });
   server.start();
   std::mt19937 random(1);
-  std::atomic<int> answered = 0;
   for (int i = 0; i < 150; ++i) {
     auto gone = std::make_shared<std::atomic<bool>>(false);
-    auto task = client_.send(get(server.url("/a")), *queue_, [&answered, gone](const HttpResponse&) {
+    std::promise<void> entered;
+    auto task = client_.send(get(server.url("/a")), *queue_, [&, gone](const HttpResponse&) {
       EXPECT_FALSE(*gone);
+      entered.set_value();
       std::this_thread::sleep_for(100us);
       EXPECT_FALSE(*gone) << "the destructor waits for a running callback";
-      ++answered;
     });
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));
+    // At once, at some moment, and while the callback runs.
+    if (i % 3 == 1) std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));
+    if (i % 3 == 2) entered.get_future().wait();
     task.reset();
     *gone = true;
   }
-  EXPECT_GT(answered, 0);
-  EXPECT_LT(answered, 150);
 
   // From inside the callback itself, and with a queue that goes right after the request.
   std::promise<void> done;
@@ -331,7 +330,7 @@ TEST_F(CurlHttpClientTest, DestructionEndsWhatIsUnderWayAtOnce) {
   while (silent->connections() < 6 || other->connections() < 1) std::this_thread::yield();
   const auto begin = std::chrono::steady_clock::now();
   client.reset();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);  // on any machine; the servers would hang for a minute
   EXPECT_TRUE(synchronous.get().error);
   allEnded.get_future().wait();
 }

@@ -6,7 +6,7 @@
 
 namespace wayloom::posix {
 
-// Property lists in the XML and the binary format. Trusts nothing in them: files of more than 16 MiB, nesting deeper
+// Property lists in the XML and the binary format. Trusts nothing in them: files of more than 4 MiB, nesting deeper
 // than 256, references that loop or multiply, document types with entities of their own, numbers that aren't finite and
 // invalid UTF-8 all count as malformed. Of members with one name the last value stands, in the place of the first.
 class PlistReader : public platform::PropertyListReader {
