@@ -4,11 +4,14 @@
 #include <algorithm>
 #include <benchmark/benchmark.h>
 #include <memory>
+#include <optional>
 #include <random>
 
 #include "wayloom/regions/TGFKit.hpp"
+#include "wayloom/regions/TGFManager.hpp"
 
 #include "SampleKit.hpp"
+#include "tests/support/TestPlatform.hpp"
 
 namespace {
 
@@ -54,9 +57,27 @@ void Ranging(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(beacons.size()));
 }
 
+// The same through the region manager, to the end of the pass that delivers its notification.
+void RangingThroughManager(benchmark::State& state) {
+  const auto count = static_cast<std::uint32_t>(state.range(0));
+  test::TestPlatform world;
+  world.files->writeFile("/documents/geofold-kit.data", platform::Json{{"kit", benchmarks::sampleKit(count)}}.dump());
+  TGFManagerDelegate delegate;
+  TGFManager manager(world, &delegate, platform::Json{{"GFKitURL", "https://kits.example/kit"}});
+  const auto beacons = benchmarks::heardBeacons(count, 50);
+  const auto region =
+      std::make_shared<const platform::CLBeaconRegion>(beacons[0].proximityUUID, std::nullopt, std::nullopt, "r");
+  for (const auto _ : state) {
+    manager.locationManagerDidRangeBeaconsInRegion(nullptr, beacons, region);
+    world.time.runReady();
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(beacons.size()));
+}
+
 BENCHMARK(LookUp)->Arg(20)->Arg(100000);
 BENCHMARK(LookUpStrangers)->Arg(20)->Arg(100000);
 BENCHMARK(EveryEntry)->Arg(20)->Arg(100000);
 BENCHMARK(Ranging)->Arg(20)->Arg(100000);
+BENCHMARK(RangingThroughManager)->Arg(20)->Arg(100000);
 
 }  // namespace

@@ -18,6 +18,7 @@ MonotonicTime deadlineAfter(MonotonicTime now, Duration delay) {
 }
 
 void TimerEntry::stepPast(MonotonicTime now) {
+  if (!interval) return;
   due = deadlineAfter(due, *interval);
   if (due > now) return;
   const auto missed = (now - due) / *interval;

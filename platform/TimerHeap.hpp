@@ -21,7 +21,7 @@ struct TimerEntry {
 
   bool waiting() const { return position != notWaiting; }
 
-  // Steps from the previous due time over every tick that is not after `now`.
+  // With an interval: steps from the previous due time over every tick that is not after `now`.
   void stepPast(MonotonicTime now);
 };
 

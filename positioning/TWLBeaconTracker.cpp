@@ -14,6 +14,7 @@ using namespace std::chrono_literals;
 
 constexpr platform::Duration kRetention = 5s;
 constexpr std::string_view kRetentionText = "5.000000";
+constexpr std::size_t kMostSpare = 64;  // room kept for each tracked beacon; a crowd that went by is not kept for
 
 std::string textOf(const std::optional<std::int64_t>& number) { return number ? std::to_string(*number) : "(null)"; }
 
@@ -40,13 +41,14 @@ void TWLBeaconTracker::updateWithRangedBeacons(const TGFBeaconList& beacons) {
 void TWLBeaconTracker::updateWithRangedBeacons(const TGFBeaconList& beacons, platform::MonotonicTime now) {
   {
     const std::lock_guard lock(mutex_);
-    next_.clear();
     indices_->next.reset(beacons.size() + tracked_.size());
     takeRanged(beacons, now);
     takeUnseen(now);
     tracked_.swap(next_);
     std::swap(indices_->tracked, indices_->next);
   }
+  next_.clear();
+  if (next_.capacity() > kMostSpare * (tracked_.size() + 1)) next_.shrink_to_fit();
   if (!dropped_.empty()) logDropped();
 }
 

@@ -46,7 +46,10 @@ TWLManager::TWLManager(platform::Platform& platform, TWLManagerDelegate* delegat
   locationTracker_ = &TWLLocationTracker::sharedLocationTracker(platform);
 }
 
-TWLManager::~TWLManager() {
+TWLManager::~TWLManager() { shutDown(); }
+
+void TWLManager::shutDown() {
+  if (!gfManager_) return;
   listeners_->close();
   gfManager_->stop();
   stopStandardUpdates();

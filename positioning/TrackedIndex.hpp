@@ -9,16 +9,16 @@
 
 namespace wayloom {
 
-// Numbers beacon identities: a hash table with open addressing that keeps its memory when it is emptied, so that a
-// ranging allocates nothing once the table has grown to the venue's size.
+// Numbers beacon identities: a hash table with open addressing that keeps its memory when it is emptied, unless that is
+// far too much, so that a ranging allocates nothing once the table has grown to the venue's size.
 class TrackedIndex {
  public:
   static constexpr std::uint32_t kNone = UINT32_MAX;
 
   // Empties the table and makes room for `count` identities; no more may be put in before the next reset.
   void reset(std::size_t count) {
-    const std::size_t needed = std::bit_ceil(2 * count + 1);
-    if (slots_.size() < needed) slots_.resize(needed);
+    const std::size_t needed = std::bit_ceil(2 * count + 2);  // two at least: placeOf() needs a bit to shift to
+    if (slots_.size() < needed || slots_.size() / kMostSpare > needed) slots_ = std::vector<Slot>(needed);
     for (auto& slot : slots_) slot.number = kNone;
     shift_ = 64 - std::countr_zero(slots_.size());
   }
@@ -36,6 +36,8 @@ class TrackedIndex {
   }
 
  private:
+  static constexpr std::size_t kMostSpare = 16;  // a crowd that went by must not slow down every later ranging
+
   struct Slot {
     platform::BeaconIdentity identity;
     std::uint32_t number = kNone;

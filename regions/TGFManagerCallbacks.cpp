@@ -86,7 +86,7 @@ void TGFManager::locationManagerDidRangeBeaconsInRegion(CLLocationManager* manag
     kit = kit_;
     status = status_;
   }
-  if (kit && kit->knowsRegion(*region) && !tellRanging(*kit, beacons, region)) return;
+  if (kit && !tellRanging(*kit, beacons, region)) return;
   if (!status) return;
   for (const auto& beacon : beacons) status->rangedBeacon(beacon);
 }

@@ -36,7 +36,6 @@ struct MappedBeacon {
 
 // One recording, replayed. Both lists are in time order.
 struct Walk {
-  std::string name;
   std::vector<TruthPoint> truth;
   std::vector<ReportedPosition> reported;
 };

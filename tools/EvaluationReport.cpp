@@ -21,12 +21,12 @@ p{color:var(--muted);max-width:45rem;margin:.25rem 0 1rem}
 .table{overflow-x:auto}table{border-collapse:collapse;font-variant-numeric:tabular-nums}
 th,td{text-align:right;padding:.3rem .8rem;border-bottom:1px solid var(--line);white-space:nowrap}
 th:first-child,td:first-child{text-align:left}tfoot td{font-weight:600}
-.plans{display:grid;grid-template-columns:repeat(auto-fit,minmax(20rem,1fr));gap:1rem}
+.plans{display:grid;grid-template-columns:repeat(auto-fit,minmax(30rem,1fr));gap:1rem}
 figure{margin:0}figcaption{color:var(--muted);font-size:.9rem}
 svg{display:block;width:100%;height:auto}.plan{background:#fff;border:1px solid var(--line);border-radius:6px}
-.truth{fill:none;stroke:var(--truth);stroke-width:3;stroke-linejoin:round;stroke-linecap:round}
-.reported{fill:var(--reported);fill-opacity:.75}.error{stroke:var(--link);stroke-width:1}
-.beacon{fill:#fff;stroke:#1c2733;stroke-width:1.2}
+.truth{fill:none;stroke:var(--truth);stroke-width:2.5;vector-effect:non-scaling-stroke;stroke-linejoin:round;stroke-linecap:round}
+.reported{fill:var(--reported);fill-opacity:.75}.error{stroke:var(--link);stroke-width:1;vector-effect:non-scaling-stroke}
+.beacon{fill:#fff;stroke:#1c2733;stroke-width:1.2;vector-effect:non-scaling-stroke}
 .grid{stroke:var(--line);stroke-dasharray:2 4}
 text{fill:var(--muted);font:11px system-ui,sans-serif}.curve{fill:none;stroke:var(--reported);stroke-width:2.5}
 .curve.one{stroke-width:1;stroke-opacity:.4}
@@ -128,21 +128,24 @@ void appendTruthPath(std::string& out, const std::vector<EvaluatedSecond>& secon
   flush();
 }
 
-void appendReports(std::string& out, const std::vector<EvaluatedSecond>& seconds, const std::string& mapId) {
+// Dots are sized by the plan, so that a house and a park look alike.
+void appendReports(std::string& out, const std::vector<EvaluatedSecond>& seconds, const ReportPlan& plan) {
+  const std::string& mapId = plan.mapId;
   for (const auto& second : seconds) {
     if (!second.reported || second.reported->mapId != mapId) continue;
     if (second.truth.mapId == mapId)
       append(out, "<line class='error' x1='{:.1f}' y1='{:.1f}' x2='{:.1f}' y2='{:.1f}'/>\n", second.truth.x,
              second.truth.y, second.reported->x, second.reported->y);
-    append(out, "<circle class='reported' cx='{:.1f}' cy='{:.1f}' r='4'/>\n", second.reported->x, second.reported->y);
+    append(out, "<circle class='reported' cx='{:.1f}' cy='{:.1f}' r='{:.2f}'/>\n", second.reported->x,
+           second.reported->y, plan.width * 0.009);
   }
 }
 
-void appendBeacons(std::string& out, const std::vector<MappedBeacon>& beacons, const std::string& mapId) {
+void appendBeacons(std::string& out, const std::vector<MappedBeacon>& beacons, const ReportPlan& plan) {
   for (const auto& beacon : beacons)
-    if (beacon.place.mapId == mapId)
-      append(out, "<circle class='beacon' cx='{:.1f}' cy='{:.1f}' r='2.5'><title>{}</title></circle>\n", beacon.place.x,
-             beacon.place.y, escaped(beacon.label));
+    if (beacon.place.mapId == plan.mapId)
+      append(out, "<circle class='beacon' cx='{:.1f}' cy='{:.1f}' r='{:.2f}'><title>{}</title></circle>\n",
+             beacon.place.x, beacon.place.y, plan.width * 0.005, escaped(beacon.label));
 }
 
 bool touchesMap(const std::vector<EvaluatedSecond>& seconds, const std::string& mapId) {
@@ -156,9 +159,9 @@ void appendPlan(std::string& out, const ReportInput& input, const ReportWalk& wa
   append(out, "<figure><svg class='plan' viewBox='0 0 {:.1f} {:.1f}' role='img' aria-label='{}'>\n", plan.width,
          plan.height, escaped(plan.name));
   if (!plan.imageType.empty()) append(out, "<use href='#plan{}'/>\n", index);
-  appendReports(out, walk.seconds, plan.mapId);
+  appendReports(out, walk.seconds, plan);
   appendTruthPath(out, walk.seconds, plan.mapId);
-  appendBeacons(out, input.beacons, plan.mapId);
+  appendBeacons(out, input.beacons, plan);
   append(out, "</svg><figcaption>{}</figcaption></figure>\n", escaped(plan.name));
 }
 

@@ -39,9 +39,10 @@ MainLoop::MainLoop(unsigned poolThreads) : parts_(std::make_unique<Parts>(poolTh
 MainLoop::~MainLoop() {
   parts_->main->timers()->close();
   parts_->timerThread.close();
-  parts_->blockedThreads->close();
   parts_->main->close();
   parts_->pool->close();
+  parts_->blockedThreads->close();
+  parts_->pool->join();
 }
 
 platform::TaskQueue& MainLoop::mainQueue() { return parts_->mainQueue; }

@@ -19,7 +19,10 @@ void SerialSink::run() {
   for (int i = 0; i < tasksAtATime; ++i) {
     if (pool_->closed()) return drop();
     if (!takeNext(task)) return;
-    if (const platform::TaskScope::Guard guard(scope_.weak()); guard) runPoolTask(std::exchange(task, nullptr));
+    const platform::TaskScope::Guard guard(scope_.weak());
+    if (!guard) return;
+    runPoolTask(task);
+    task = nullptr;
   }
   pool_->post(shared_from_this());
 }

@@ -7,7 +7,7 @@ namespace wayloom::posix {
 
 thread_local WorkerPool* WorkerPool::current_ = nullptr;
 
-void runPoolTask(platform::Task task) {
+void runPoolTask(const platform::Task& task) {
   try {
     task();
   } catch (const platform::AbandonedWait&) {
@@ -18,7 +18,7 @@ void WorkerPool::Work::run() {
   if (job)
     job->run();
   else
-    runPoolTask(std::move(task));
+    runPoolTask(task);
 }
 
 void WorkerPool::Work::drop() {
@@ -75,10 +75,15 @@ void WorkerPool::close() {
   std::unique_lock lock(mutex_);
   closed_ = true;
   auto dropped = std::exchange(pending_, {});
-  auto threads = std::exchange(started_, {});
   changed_.notify_all();
   lock.unlock();
   while (!dropped.empty()) dropped.pop().drop();
+}
+
+void WorkerPool::join() {
+  std::unique_lock lock(mutex_);
+  auto threads = std::exchange(started_, {});
+  lock.unlock();
   for (auto& thread : threads) {
     if (thread.get_id() == std::this_thread::get_id())
       thread.detach();

@@ -30,9 +30,10 @@ class WorkerPool final : public TaskSink, public std::enable_shared_from_this<Wo
   void post(platform::Task task) override;
   void post(std::shared_ptr<PoolJob> job);
 
-  // Drops the pending work and waits for the threads. From a thread of the pool it doesn't wait for that one, which
-  // ends when its task does.
+  // Drops the pending work and all that comes later.
   void close();
+  // After close(): waits for the threads, but not for the calling one, which ends when its task does.
+  void join();
   bool closed() const { return closed_; }
 
   // While it lives, the calling thread counts as blocked and another one may take its place. Does nothing on threads
@@ -75,6 +76,6 @@ class WorkerPool final : public TaskSink, public std::enable_shared_from_this<Wo
 };
 
 // Runs a task of a pool thread. A wait that the shut-down ends takes its task with it.
-void runPoolTask(platform::Task task);
+void runPoolTask(const platform::Task& task);
 
 }  // namespace wayloom::posix

@@ -30,8 +30,13 @@ struct VirtualScheduler::TimerHandle final : platform::Timer, platform::TimerEnt
 
 struct VirtualScheduler::Frame {
   Frame(VirtualScheduler& owner, Queue* taskQueue, TimerHandle* firedTimer)
-      : scheduler(owner), queue(taskQueue), timer(firedTimer), outer(std::exchange(owner.frames_, this)) {}
-  ~Frame() { scheduler.frames_ = outer; }
+      : scheduler(owner), queue(taskQueue), timer(firedTimer), outer(std::exchange(owner.frames_, this)) {
+    if (queue != nullptr) queue->underWay = queue->exclusive;
+  }
+  ~Frame() {
+    if (queue != nullptr) queue->underWay = false;
+    scheduler.frames_ = outer;
+  }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
 
@@ -179,15 +184,8 @@ void VirtualScheduler::runTimer(Frame& frame) {
 
 std::optional<std::size_t> VirtualScheduler::firstRunnable() {
   for (std::size_t i = 0; i < ready_.size(); ++i)
-    if (frames_ == nullptr || !busy(ready_[i].queue)) return i;
+    if (!busy(ready_[i].queue)) return i;
   return std::nullopt;
-}
-
-bool VirtualScheduler::busy(const Queue* queue) const {
-  if (queue == nullptr || !queue->exclusive) return false;
-  for (const Frame* frame = frames_; frame != nullptr; frame = frame->outer)
-    if (frame->queue == queue) return true;
-  return false;
 }
 
 void VirtualScheduler::blockCaller(const std::function<void()>& body) {

@@ -52,6 +52,7 @@ class VirtualScheduler final : public platform::TaskScheduler, public std::enabl
     void async(platform::Task task) override { scheduler.post({this, std::move(task), nullptr}); }
     VirtualScheduler& scheduler;
     const bool exclusive;
+    bool underWay = false;  // an exclusive queue's task is
   };
   struct SerialQueue;
   struct TimerHandle;
@@ -72,7 +73,7 @@ class VirtualScheduler final : public platform::TaskScheduler, public std::enabl
   void run(Ready ready);
   void runTimer(Frame& frame);
   std::optional<std::size_t> firstRunnable();
-  bool busy(const Queue* queue) const;
+  static bool busy(const Queue* queue) { return queue != nullptr && queue->underWay; }
   // Runs `body` inside a main-thread frame when no task is under way.
   void blockCaller(const std::function<void()>& body);
   void forget(TimerHandle& timer);

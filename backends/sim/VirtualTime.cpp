@@ -22,19 +22,18 @@ struct VirtualMonotonicClock final : platform::MonotonicClock {
 
 }  // namespace
 
-VirtualTime::VirtualTime(platform::CalendarTime start) : scheduler_(std::make_shared<VirtualScheduler>(start)) {}
+VirtualTime::VirtualTime(platform::CalendarTime start)
+    : scheduler_(std::make_shared<VirtualScheduler>(start)),
+      calendarClock_(std::make_shared<VirtualCalendarClock>(scheduler_->clock())),
+      monotonicClock_(std::make_shared<VirtualMonotonicClock>(scheduler_->clock())) {}
 
 VirtualTime::~VirtualTime() { scheduler_->shutDown(); }
 
 std::shared_ptr<platform::TaskScheduler> VirtualTime::scheduler() const { return scheduler_; }
 
-std::shared_ptr<platform::CalendarClock> VirtualTime::calendarClock() const {
-  return std::make_shared<VirtualCalendarClock>(scheduler_->clock());
-}
+std::shared_ptr<platform::CalendarClock> VirtualTime::calendarClock() const { return calendarClock_; }
 
-std::shared_ptr<platform::MonotonicClock> VirtualTime::monotonicClock() const {
-  return std::make_shared<VirtualMonotonicClock>(scheduler_->clock());
-}
+std::shared_ptr<platform::MonotonicClock> VirtualTime::monotonicClock() const { return monotonicClock_; }
 
 platform::MonotonicTime VirtualTime::now() const { return scheduler_->clock()->now; }
 

@@ -1,7 +1,6 @@
 #include <cmath>
 #include <gmock/gmock.h>
 #include <limits>
-#include <map>
 #include <random>
 
 #include "wayloom/positioning/TWLLocationTracker.hpp"
@@ -219,82 +218,41 @@ TEST_F(LocationTrackerTest, TellsWhy) {
   EXPECT_TRUE(traces.empty());
 }
 
-// The rules once more, word for word and slowly, with text keys and shared objects.
-struct SlowTracker {
-  struct Beacon {
-    int minor = 0;
-    double rssi = 0.0;
-    double accuracy = 0.0;
-    bool onMap = false;
-    std::int64_t lastDetected = 0;
-    std::vector<std::pair<std::int64_t, double>> samples = {};
-    double average = 0.0;
-    double distance() const { return TGFBeacon::distanceForRSSIForPower(average, -59); }
-  };
-  using BeaconPtr = std::shared_ptr<Beacon>;
-  static constexpr std::int64_t kFive = 5'000'000'000;
-
-  std::vector<std::pair<std::string, BeaconPtr>> dictionary;
-  BeaconPtr closest, candidate;
-  std::optional<std::int64_t> firstSeen, lastSeen, candidateLastSeen;
+// The rules of election once more, word for word and slowly.
+struct SlowElection {
+  TGFBeaconPtr closest, candidate;
+  double firstSeen = 0.0;
+  std::optional<double> lastSeen, candidateLastSeen;  // seconds
   bool useCoreLocationRanging = true;
 
-  static BeaconPtr* find(std::vector<std::pair<std::string, BeaconPtr>>& entries, const std::string& key) {
-    for (auto& [name, beacon] : entries)
-      if (name == key) return &beacon;
-    return nullptr;
-  }
-
-  void update(const std::vector<BeaconPtr>& beacons, std::int64_t now) {
-    std::vector<std::pair<std::string, BeaconPtr>> merged;
-    for (const auto& beacon : beacons) {
-      const auto key = std::to_string(beacon->minor);
-      if (const auto* previous = find(dictionary, key)) beacon->samples = (*previous)->samples;
-      beacon->lastDetected = now;
-      if (beacon->rssi < 0) beacon->samples.emplace_back(now, beacon->rssi);
-      std::erase_if(beacon->samples, [&](const auto& sample) { return now - sample.first > kFive; });
-      double sum = 0.0;
-      for (const auto& [time, rssi] : beacon->samples) sum += rssi;
-      beacon->average = beacon->samples.empty() ? 0.0 : sum / static_cast<double>(beacon->samples.size());
-      if (auto* place = find(merged, key))
-        *place = beacon;
-      else
-        merged.emplace_back(key, beacon);
-    }
-    for (const auto& [key, beacon] : dictionary)
-      if (!find(merged, key) && now - beacon->lastDetected < kFive) merged.emplace_back(key, beacon);
-    dictionary = merged;
-    elect(now);
-    timeout(now);
-  }
-
-  void elect(std::int64_t now) {
-    for (const auto& [key, beacon] : dictionary) {
-      double dB = beacon->accuracy;
-      double dC = candidate ? candidate->accuracy : 0.0;
+  void hold(const TGFBeaconList& tracked, double now) {
+    for (const auto& beacon : tracked) {
+      double dB = beacon->accuracy();
+      double dC = candidate ? candidate->accuracy() : 0.0;
       if (!useCoreLocationRanging) {
         if (beacon->distance() >= 0) dB = beacon->distance();
-        if (!candidate || candidate->distance() >= 0) dC = candidate ? candidate->distance() : 0.0;
+        if (candidate && candidate->distance() >= 0) dC = candidate->distance();
       }
-      if (!beacon->onMap) continue;
+      if (!beacon->match().mapId) continue;
       if ((!candidate || dC > dB) && dB > 0.0) {
         candidate = beacon;
         candidateLastSeen = now;
       }
-      if (closest && closest->minor == beacon->minor) lastSeen = now;
+      if (closest && beacon->isEqual(*closest)) lastSeen = now;
     }
-    if (candidate && (!closest || now - *firstSeen > kFive)) {
+    if (candidate && (!closest || now - firstSeen > 5.0)) {
       closest = candidate;
-      firstSeen = lastSeen = now;
+      lastSeen = firstSeen = now;
     }
+    timeout(now);
   }
 
-  void timeout(std::int64_t now) {
-    if (lastSeen && now - *lastSeen > kFive) {
+  void timeout(double now) {
+    if (lastSeen && now - *lastSeen > 5.0) {
       lastSeen.reset();
       closest.reset();
     }
-    if (candidateLastSeen && now - *candidateLastSeen > kFive) {
+    if (candidateLastSeen && now - *candidateLastSeen > 5.0) {
       candidateLastSeen.reset();
       candidate.reset();
     }
@@ -304,40 +262,37 @@ struct SlowTracker {
 TEST_F(LocationTrackerTest, ElectsAsTheRulesRead) {
   std::mt19937 random(20240229);
   const auto pick = [&](int limit) { return static_cast<int>(random() % static_cast<unsigned>(limit)); };
-  SlowTracker slow;
-  std::int64_t now = 0;
+  SlowElection slow;
+  double now = 0.0;
   int changes = 0;
   for (int step = 0; step < 6000; ++step) {
-    const auto wait = std::chrono::milliseconds(250 * (pick(20) == 0 ? pick(40) : pick(6)));
-    world.time.advanceBy(wait);
+    const double seconds = 0.25 * (pick(20) == 0 ? pick(40) : pick(6));
+    world.wait(seconds);
+    now += seconds;
     world.time.stepCalendar(std::chrono::seconds(pick(3) - 1));
-    now += platform::Duration(wait).count();
     tracker.setUseCoreLocationRanging(slow.useCoreLocationRanging = pick(50) ? slow.useCoreLocationRanging : pick(2));
     TGFBeaconList beacons;
-    std::vector<SlowTracker::BeaconPtr> slowBeacons;
     for (int i = pick(7); i > 0; --i) {
-      const int minor = 1 + pick(6);
-      const int rssi = pick(8) ? -40 - pick(50) : 0;
+      platform::Json attributes = {{"measured_power", -59}};
+      if (pick(10)) attributes["map_id"] = "lobby";
       const double accuracy = pick(10) ? 0.5 * pick(20) : -1.0;
-      const bool onMap = pick(10) != 0;
       beacons.push_back(
-          ranged(static_cast<std::uint16_t>(minor), rssi, accuracy,
-                 {{"map_id", onMap ? platform::Json("lobby") : platform::Json()}, {"measured_power", -59}}));
-      slowBeacons.push_back(
-          std::make_shared<SlowTracker::Beacon>(SlowTracker::Beacon{minor, 1.0 * rssi, accuracy, onMap}));
+          ranged(static_cast<std::uint16_t>(1 + pick(6)), pick(8) ? -40 - pick(50) : 0, accuracy, attributes));
     }
-    if (pick(2)) slow.timeout(now), tracker.closestBeaconTimeout();
+    if (pick(2)) {
+      slow.timeout(now);
+      tracker.closestBeaconTimeout();
+    }
     range(beacons);
     const auto before = slow.closest;
-    slow.update(slowBeacons, now);
+    slow.hold(tracker.beaconTracker().trackedBeacons(), now);
     changes += before != slow.closest;
-    const auto candidateNow = tracker.closestBeaconCandidate();
     const auto winnerNow = tracker.closestBeacon();
-    ASSERT_EQ(minorOf(candidateNow), slow.candidate ? slow.candidate->minor : 0) << step;
-    ASSERT_EQ(minorOf(winnerNow), slow.closest ? slow.closest->minor : 0) << step;
+    ASSERT_EQ(candidate(), minorOf(slow.candidate)) << step;
+    ASSERT_EQ(minorOf(winnerNow), minorOf(slow.closest)) << step;
     if (!winnerNow) continue;
-    ASSERT_EQ(winnerNow->accuracy(), slow.closest->accuracy) << step;
-    ASSERT_EQ(winnerNow->runningAverageRssi(), slow.closest->average) << step;
+    ASSERT_EQ(winnerNow->accuracy(), slow.closest->accuracy()) << step;
+    ASSERT_EQ(winnerNow->runningAverageRssi(), slow.closest->runningAverageRssi()) << step;
   }
   EXPECT_GT(changes, 500);
 }

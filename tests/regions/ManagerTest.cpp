@@ -241,19 +241,20 @@ TEST_F(Manager, TellsRangingsInTheKitsTerms) {
   const auto observation = platform->notificationCenter().addObserver(
       TGFManagerDidRangeBeaconsInRegionNotification, nullptr, [this](const platform::Notification& posted) {
         EXPECT_EQ(*posted.userInfo.get<int>(TGFManagerNotificationEventKey), 4);
-        EXPECT_EQ((*posted.userInfo.get<TGFRegionPtr>(TGFManagerNotificationRegionKey))->identifier(), "wide");
+        const auto& region = *posted.userInfo.get<TGFRegionPtr>(TGFManagerNotificationRegionKey);
         const auto& beacons = *posted.userInfo.get<TGFBeaconList>(TGFManagerNotificationBeaconsKey);
-        events.push_back("notified of " + std::to_string(beacons.size()));
+        events.push_back("notified of " + std::to_string(beacons.size()) + " in " + *region->identifier());
       });
   manager->locationManagerDidRangeBeaconsInRegion(nullptr, std::vector{beacon(1, 2), beacon(1, 3)}, reported());
-  EXPECT_THAT(takeAfter(0s),
-              ElementsAre("raw range", "did range wide: exact wide", "status 1/2", "status 1/3", "notified of 2"));
+  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "did range wide: exact wide", "status 1/2", "status 1/3",
+                                         "notified of 2 in wide"));
   manager->locationManagerDidRangeBeaconsInRegion(nullptr, {}, reported());
-  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "did range wide:", "notified of 0"));
+  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "did range wide:", "notified of 0 in wide"));
 
   const auto stranger = reported("5A0E1C9E-0000-4B7E-8000-000000000009");
   manager->locationManagerDidRangeBeaconsInRegion(nullptr, std::vector{beacon(1, 2)}, stranger);
-  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "status 1/2"));
+  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "did range : exact", "status 1/2", "notified of 1 in "))
+      << "what the kit doesn't know has an empty identifier";
 }
 
 TEST_F(Manager, WorksWithoutKitDelegatesAndServices) {

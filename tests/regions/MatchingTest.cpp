@@ -94,7 +94,8 @@ class KitMaker {
   explicit KitMaker(unsigned seed) : random_(seed) {}
 
   Json document() {
-    if (chance(0.02)) return pick({Json(), Json(7), Json::object(), Json{{"ibeacons", "none"}}});
+    static const Values kOdd = {Json(), 7, Json::object(), Json{{"ibeacons", "none"}}};
+    if (chance(0.02)) return pick(kOdd);
     Json entries = Json::array();
     for (auto count = below(30); count > 0; --count) entries.push_back(entry());
     return {{"ibeacons", entries}};
@@ -107,36 +108,53 @@ class KitMaker {
   }
 
  private:
+  using Values = std::vector<Json>;
   static constexpr std::array<const char*, 5> kUUIDs = {
       "5A0E1C9E-0000-4B7E-8000-000000000001", "5A0E1C9E-0000-4B7E-8000-000000000002",
       "F0000000-0000-0000-0000-00000000000F", "5a0e1c9e-0000-4b7e-8000-000000000001", "not a uuid"};
 
   std::size_t below(std::size_t limit) { return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_); }
   bool chance(double share) { return std::bernoulli_distribution(share)(random_); }
-  Json pick(std::initializer_list<Json> values) { return *(values.begin() + below(values.size())); }
+  const Json& pick(const Values& values) { return values[below(values.size())]; }
 
-  Json number() {
-    if (chance(0.8)) return pick({Json(), 0, 1, 2, 5});
-    return pick({"1", "2 m", " 5", "x", 1.9, true, 65535, 65536, 65537, -1, 1e300, Json::array({1}), Json::object(),
-                 18446744073709551615U});
+  const Json& number() {
+    static const Values kUsual = {Json(), 0, 1, 2, 5};
+    static const Values kUnusual = {"1",
+                                    "2 m",
+                                    " 5",
+                                    "x",
+                                    1.9,
+                                    true,
+                                    65535,
+                                    65536,
+                                    65537,
+                                    -1,
+                                    1e300,
+                                    Json::array({1}),
+                                    Json::object(),
+                                    18446744073709551615U};
+    return pick(chance(0.8) ? kUsual : kUnusual);
   }
   Json entry() {
-    if (chance(0.03)) return pick({Json(), 5, "entry", Json::array()});
+    static const Values kNoEntries = {Json(), 5, "entry", Json::array()};
+    static const Values kNames = {"lobby", "hall", "door", Json(), 3};
+    static const Values kNoAttributes = {Json(), "none", Json::array({1})};
+    if (chance(0.03)) return pick(kNoEntries);
     Json made = Json::object();
     if (!chance(0.03)) made["uuid"] = chance(0.03) ? Json(4) : Json(kUUIDs[below(kUUIDs.size())]);
     if (!chance(0.1)) made["major"] = number();
     if (!chance(0.1)) made["minor"] = number();
-    if (!chance(0.1)) made["name"] = pick({"lobby", "hall", "door", Json(), 3});
-    if (!chance(0.1)) made["identifier"] = pick({"a", "b", "c", Json()});
-    if (!chance(0.1)) made["attributes"] = chance(0.1) ? pick({Json(), "none", Json::array({1})}) : attributes();
+    if (!chance(0.1)) made["name"] = pick(kNames);
+    if (!chance(0.1)) made["identifier"] = pick(kNames);
+    if (!chance(0.1)) made["attributes"] = chance(0.1) ? pick(kNoAttributes) : attributes();
     return made;
   }
   Json attributes() {
     Json made = Json::object();
     for (const auto* key : {"map_id", "latitude", "measured_power", "d", "e"})
       if (chance(0.5)) made[key] = below(1000);
-    if (chance(0.05))  // many enough for the other way of merging
-      for (int i = 0; i < 300; ++i) made["k" + std::to_string(below(600))] = i;
+    if (chance(0.01))  // many enough for the other way of merging
+      for (int i = 0; i < 100; ++i) made["k" + std::to_string(below(200))] = i;
     return made;
   }
 

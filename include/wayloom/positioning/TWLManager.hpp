@@ -34,7 +34,7 @@ class ListenerList;
 //
 // A host may derive from it to observe the callbacks; calls at the end of a kit download (geofoldDidSync,
 // geofoldDidFailWithError) can arrive on another thread as soon as the engine has been started, that is, during
-// construction.
+// construction. Its destructor calls shutDown() first, so that no callback finds it half gone.
 class TWLManager : public TGFManagerDelegate, public platform::CLLocationManagerDelegate {
  public:
   static std::unique_ptr<TWLManager> manager(platform::Platform& platform);
@@ -59,7 +59,8 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   void stopStandardUpdates();
 
   // A listener is in the set once, is told every position in the order of adding, and at once the current one, even
-  // when there is none. It is called under the listeners' lock; there it may add and remove listeners, itself too.
+  // when there is none. Positions are told under the listeners' lock; there a listener may add and remove listeners,
+  // itself too. Only the call at once is not, so that on another thread than the positions' it can meet one of theirs.
   // Any thread. The set keeps a listener given by shared pointer alive; one given by reference must be removed before
   // its destruction: when removeListener returns, no call of it is under way on another thread.
   void addListener(std::shared_ptr<TWLManagerDelegate> listener);
@@ -91,6 +92,10 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   void geofoldDidFailWithError(TGFManager& manager, const platform::Error& error) override;
   void locationManagerDidUpdateLocations(platform::CLLocationManager* manager,
                                          std::span<const platform::CLLocation> locations) override;
+
+ protected:
+  // What the destructor does, earlier.
+  void shutDown();
 
  private:
   bool tell(const TWLMapLocationPtr& location);

@@ -38,6 +38,7 @@ class VirtualTime {
   VirtualTime(const VirtualTime&) = delete;
   VirtualTime& operator=(const VirtualTime&) = delete;
 
+  // The same objects at every call, so that references to them hold as long as this object.
   std::shared_ptr<platform::TaskScheduler> scheduler() const;
   std::shared_ptr<platform::CalendarClock> calendarClock() const;
   std::shared_ptr<platform::MonotonicClock> monotonicClock() const;
@@ -60,6 +61,8 @@ class VirtualTime {
 
  private:
   std::shared_ptr<VirtualScheduler> scheduler_;
+  std::shared_ptr<platform::CalendarClock> calendarClock_;
+  std::shared_ptr<platform::MonotonicClock> monotonicClock_;
 };
 
 }  // namespace wayloom::sim

@@ -1,0 +1,173 @@
+#include "wayloom/sim/Replayer.hpp"
+
+#include <utility>
+
+#include "wayloom/positioning/TWLLocationTracker.hpp"
+
+namespace wayloom::sim {
+namespace {
+
+using platform::CLBeaconRegion;
+
+}  // namespace
+
+// Everything that exists from the first event on. `listener` is null again when the end has begun.
+struct Replayer::World {
+  World(const ReplayOptions& options, const RecordedEvent& first, ReplayListener& listenerToTell);
+  ~World();
+
+  // The line's own double as long as its moment lasts: a text such as 0.1 stays what it was.
+  double now() const {
+    const auto time = sim.time().calendarNow();
+    return time == lineTime ? lineT : platform::secondsSince1970(time);
+  }
+  template <class... Parameters, class... Arguments>
+  void tell(void (ReplayListener::*operation)(double, Parameters...), Arguments&&... arguments) const {
+    if (listener != nullptr) (listener->*operation)(now(), std::forward<Arguments>(arguments)...);
+  }
+
+  SimOptions worldOptions(const ReplayOptions& options, platform::CalendarTime start);
+  void observe(const ReplayOptions& options);
+  void pass(const RecordedEvent& event);
+  void hand(const RecordedEvent& event);
+
+  class Manager;
+
+  ReplayListener* listener;
+  double lineT;
+  platform::CalendarTime lineTime;
+  bool hasClock = false;  // that is, whether `sim` has been made
+  SimPlatform sim;
+  std::unique_ptr<Manager> manager;
+};
+
+// The navigation manager, telling what it is told.
+class Replayer::World::Manager : public TWLManager {
+ public:
+  explicit Manager(World& world) : TWLManager(world.sim.platform()), world_(world) {}
+
+  void geofoldDidSync(TGFManager& engine) override {
+    world_.tell(&ReplayListener::synced);
+    TWLManager::geofoldDidSync(engine);
+  }
+  void geofoldDidEnter(TGFManager& engine, const TGFRegionPtr& region) override {
+    world_.tell(&ReplayListener::entered, *region);
+    TWLManager::geofoldDidEnter(engine, region);
+  }
+  void geofoldDidExit(TGFManager& engine, const TGFRegionPtr& region) override {
+    world_.tell(&ReplayListener::exited, *region);
+    TWLManager::geofoldDidExit(engine, region);
+  }
+  void geofoldDidDetermineStateForRegion(TGFManager& engine, platform::CLRegionState state,
+                                         const TGFRegionPtr& region) override {
+    world_.tell(&ReplayListener::determinedState, state, *region);
+    TWLManager::geofoldDidDetermineStateForRegion(engine, state, region);
+  }
+  void geofoldDidRangeBeaconsInRegion(TGFManager& engine, const TGFBeaconList& beacons,
+                                      const TGFBeaconRegionPtr& region) override {
+    world_.tell(&ReplayListener::ranged, beacons, *region);
+    TWLManager::geofoldDidRangeBeaconsInRegion(engine, beacons, region);
+  }
+  void geofoldDidFailWithError(TGFManager& engine, const platform::Error& error) override {
+    world_.tell(&ReplayListener::failed, error);
+    TWLManager::geofoldDidFailWithError(engine, error);
+  }
+
+ private:
+  World& world_;
+};
+
+Replayer::World::World(const ReplayOptions& options, const RecordedEvent& first, ReplayListener& listenerToTell)
+    : listener(&listenerToTell), lineT(first.t), lineTime(first.time), sim(worldOptions(options, first.time)) {
+  hasClock = true;
+  listener->began(sim);
+  observe(options);
+}
+
+Replayer::World::~World() { listener = nullptr; }
+
+SimOptions Replayer::World::worldOptions(const ReplayOptions& options, platform::CalendarTime start) {
+  SimOptions world;
+  world.venue = options.venue;
+  world.libraryBundle = options.libraryBundle;
+  world.documents = options.documents;
+  world.start = start;
+  world.log = [this](LogChannel channel, std::string_view line) {
+    if (listener != nullptr) listener->logged(hasClock ? now() : lineT, channel, line);
+  };
+  return world;
+}
+
+void Replayer::World::observe(const ReplayOptions& options) {
+  sim.server().setRequestObserver(
+      [this](const platform::HttpRequest& request) { tell(&ReplayListener::requested, request); });
+  sim.location().setDeliveryObserver([this] { tell(&ReplayListener::located, manager->currentMapLocation()); });
+  manager = std::make_unique<Manager>(*this);
+  auto& tracker = manager->locationTracker();
+  tracker.setUseCoreLocationRanging(!options.useOwnDistance);
+  if (options.explainElections)
+    tracker.setElectionObserver([this](const ElectionTrace& trace) { tell(&ReplayListener::elected, trace); });
+}
+
+void Replayer::World::pass(const RecordedEvent& event) {
+  auto& time = sim.time();
+  lineT = event.t;
+  lineTime = event.time;
+  time.advanceTo(time.monotonicAt(event.time));
+  if (listener != nullptr) listener->delivering(event);
+  hand(event);
+  time.runReady();
+}
+
+void Replayer::World::hand(const RecordedEvent& event) {
+  auto& location = sim.location();
+  switch (event.type) {
+    case RecordedType::advertisement:
+      return sim.receive(event.frame);
+    case RecordedType::ranging:
+      return location.deliverRanging(event.beacons, std::static_pointer_cast<const CLBeaconRegion>(event.region));
+    case RecordedType::location:
+      return location.deliverFix(event.fix);
+    case RecordedType::enter:
+      return location.deliverEnter(event.region);
+    case RecordedType::exit:
+      return location.deliverExit(event.region);
+    case RecordedType::state:
+      return location.deliverState(event.state, event.region);
+    case RecordedType::authorization:
+      return location.setAuthorizationStatus(event.authorization);
+    case RecordedType::bluetooth:
+      return sim.setBluetoothState(event.bluetooth);
+    case RecordedType::network:
+      return sim.server().setNetworkUp(event.networkUp);
+    case RecordedType::header:
+    case RecordedType::event:
+    case RecordedType::updateMaps:
+    case RecordedType::truth:
+    case RecordedType::unknown:
+      return;
+  }
+}
+
+Replayer::Replayer(ReplayOptions options, ReplayListener& listener)
+    : options_(std::move(options)), listener_(listener) {}
+
+Replayer::~Replayer() = default;
+
+void Replayer::deliver(const RecordedEvent& event) {
+  if (event.type == RecordedType::header) return;
+  if (!world_) world_ = std::make_unique<World>(options_, event, listener_);
+  world_->pass(event);
+}
+
+std::optional<RecordingError> Replayer::run(RecordingReader& reader) {
+  while (const auto* event = reader.next()) deliver(*event);
+  if (reader.error()) return reader.error();
+  if (!world_) return RecordingError{0, "there is no event in it"};
+  return std::nullopt;
+}
+
+SimPlatform* Replayer::world() { return world_ ? &world_->sim : nullptr; }
+TWLManager* Replayer::manager() { return world_ ? world_->manager.get() : nullptr; }
+
+}  // namespace wayloom::sim

@@ -1,0 +1,138 @@
+// The replay command as its users run it: golden recordings, restarts, hostile input, exit statuses.
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+#include "tests/sim/SimVenue.hpp"
+
+namespace wayloom::tools {
+namespace {
+
+const std::string kCommand = std::string(WAYLOOM_BINARY_DIR) + "/wayloom ";
+const std::string kData = std::string(WAYLOOM_SOURCE_DIR) + "/tests/tools/data/";
+const std::string kReplay = kCommand + "replay --venue " + kData + "venue ";
+
+struct Outcome {
+  int status = -1;
+  std::string output;
+};
+
+// Runs a shell line; the output is standard output alone unless the line says otherwise.
+Outcome run(const std::string& line) {
+  Outcome outcome;
+  std::FILE* pipe = ::popen(line.c_str(), "r");
+  std::array<char, 4096> buffer{};
+  for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
+    outcome.output.append(buffer.data(), count);
+  outcome.status = WEXITSTATUS(::pclose(pipe));
+  return outcome;
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Without the lines whose wording or detail is tested elsewhere.
+std::string withoutLogsAndElections(const std::string& output) {
+  std::istringstream lines(output);
+  std::string kept;
+  for (std::string line; std::getline(lines, line);)
+    if (line.find(R"("event":"log")") == line.npos && line.find(R"("event":"election")") == line.npos)
+      kept += line + "\n";
+  return kept;
+}
+
+TEST(ReplayCommand, printsWhatWasWorkedOutByHand) {
+  const std::vector<std::array<std::string, 2>> cases = {
+      {"lag-and-dwell", ""},
+      {"expiry", ""},
+      {"fallback-fix", ""},
+      {"own-distance", "--use-own-distance "},
+      {"network-down", "--events all "},
+      {"regions", "--events all "},
+  };
+  for (const auto& [name, options] : cases) {
+    const auto outcome = run(kReplay + options + kData + name + ".jsonl");
+    EXPECT_EQ(outcome.status, 0) << name;
+    EXPECT_EQ(withoutLogsAndElections(outcome.output), contentOf(kData + name + ".expected")) << name;
+  }
+}
+
+TEST(ReplayCommand, explainsElections) {
+  const auto outcome = run(kReplay + "--events all " + kData + "lag-and-dwell.jsonl | grep '\"election\"'");
+  std::istringstream lines(outcome.output);
+  std::vector<std::string> rules;
+  for (std::string line; std::getline(lines, line);) {
+    const auto at = line.find(R"("rule":")") + 8;
+    rules.push_back(line.substr(at, line.find('"', at) - at));
+  }
+  EXPECT_EQ(rules, (std::vector<std::string>{"first election", "dwell not over", "dwell not over", "replaced",
+                                             "dwell not over"}));
+}
+
+TEST(ReplayCommand, theSameRunPrintsTheSameBytes) {
+  const sim::TestFolder documents;
+  const std::string options = "--events all --documents " + documents.path();
+  for (const char* name : {"network-down", "regions", "expiry"}) {
+    const auto recording = kData + name + ".jsonl";
+    const auto fresh = run(kReplay + "--events all " + recording).output;
+    EXPECT_EQ(run(kReplay + "--events all - < " + recording).output, fresh) << name;
+    EXPECT_EQ(fresh.find(documents.path()), fresh.npos);
+    EXPECT_EQ(fresh.find("/tmp"), fresh.npos) << fresh;
+  }
+  EXPECT_EQ(run(kReplay + options + " " + kData + "expiry.jsonl").status, 0);
+  // A restart without a network lives on the kit of the first run.
+  const auto restarted = run(
+      R"(printf '{"t":1,"type":"network","up":false}\n{"t":2,"type":"enter","region":{"identifier":"hall-door"}}\n' | )" +
+      kReplay + options + " -");
+  EXPECT_EQ(restarted.status, 0);
+  EXPECT_NE(restarted.output.find(R"({"t":2.0,"event":"enter","identifier":"hall-door"})"), std::string::npos);
+}
+
+TEST(ReplayCommand, saysWhereARecordingIsMalformedAndKeepsWhatWasPrinted) {
+  const auto cut = run("head -c 500 " + kData + "lag-and-dwell.jsonl | " + kReplay +
+                       "- 2>/tmp/wayloom-error; cat /tmp/wayloom-error >&1");
+  EXPECT_NE(cut.output.find(R"({"t":100.0,"event":"location","map_id":null})"), std::string::npos);
+  EXPECT_NE(cut.output.find("<stdin>:3: not JSON"), std::string::npos) << cut.output;
+
+  const sim::TestFolder folder;
+  folder.write("bad.jsonl",
+               "{\"t\":1,\"type\":\"truth\",\"map_id\":\"m\",\"x\":1,\"y\":2}\n{\"t\":2,\"type\":\"network\"}\n");
+  const auto bad = run(kReplay + folder.path() + "/bad.jsonl 2>&1");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_EQ(bad.output, folder.path() + "/bad.jsonl:2: \"up\" is missing\n");
+
+  const auto empty = run(kReplay + "/dev/null 2>&1");
+  EXPECT_EQ(empty.status, 1);
+  EXPECT_EQ(empty.output, "/dev/null: there is no event in it\n");
+  EXPECT_EQ(run(kReplay + folder.path() + " 2>&1").status, 1);
+  EXPECT_EQ(run(kReplay + "/nonexistent 2>&1").output, "/nonexistent: No such file or directory\n");
+}
+
+TEST(ReplayCommand, exitStatuses) {
+  EXPECT_EQ(run(kCommand + "--version").output, "wayloom 0.1.0\n");
+  EXPECT_NE(run(kCommand + "--help").output.find("replay"), std::string::npos);
+  EXPECT_NE(run(kCommand + "replay --help").output.find("Examples"), std::string::npos);
+  EXPECT_EQ(run(kCommand + "replay --help").status, 0);
+  EXPECT_EQ(run(kCommand + "2>&1").status, 2);
+  EXPECT_EQ(run(kReplay + "2>&1").status, 2);
+  EXPECT_EQ(run(kReplay + "--events some x 2>&1").status, 2);
+  EXPECT_EQ(run(kCommand + "replay --venue /nonexistent x 2>&1").status, 2);
+  EXPECT_EQ(run(kReplay + kData + "expiry.jsonl 2>&1 >/dev/full").status, 1);
+
+  const sim::TestFolder venue;
+  venue.write("bundle/Info.plist", sim::propertyList(""));
+  const auto missing = run(kCommand + "replay --venue " + venue.path() + " " + kData + "expiry.jsonl 2>&1");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.output.find("NSLocationAlwaysUsageDescription"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace wayloom::tools
