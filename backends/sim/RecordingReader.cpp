@@ -11,6 +11,8 @@
 namespace wayloom::sim {
 namespace {
 
+// A clock that was set, or damage: to let the years pass would take minutes.
+constexpr auto kLongestGap = std::chrono::hours(366 * 24);
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 bool isBlank(std::string_view line) { return line.find_first_not_of(" \t\r") == line.npos; }
@@ -42,18 +44,18 @@ struct RecordingReader::State {
 
   bool isInOrder(std::string& reason) {
     if (event.type == RecordedType::header) return true;
-    if (event.time < lastTime) {
+    if (event.time < lastTime)
       reason = "\"t\" goes back in time";
-      return false;
-    }
+    else if (lastTime && event.time - *lastTime > kLongestGap)
+      reason = "\"t\" is more than a year after the line before";
     lastTime = event.time;
-    return true;
+    return reason.empty();
   }
 
   LineReader lines;
   RecordingParser parser;
   RecordedEvent event;
-  platform::CalendarTime lastTime = platform::CalendarTime::min();
+  std::optional<platform::CalendarTime> lastTime;
   bool isReady = false;
   std::optional<RecordingError> error;
 };
