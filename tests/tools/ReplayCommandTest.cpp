@@ -97,12 +97,12 @@ TEST(ReplayCommand, theSameRunPrintsTheSameBytes) {
 }
 
 TEST(ReplayCommand, saysWhereARecordingIsMalformedAndKeepsWhatWasPrinted) {
-  const auto cut = run("head -c 500 " + kData + "lag-and-dwell.jsonl | " + kReplay +
-                       "- 2>/tmp/wayloom-error; cat /tmp/wayloom-error >&1");
+  const sim::TestFolder folder;
+  const auto cut = run("head -c 500 " + kData + "lag-and-dwell.jsonl | " + kReplay + "- 2>" + folder.path() +
+                       "/error; cat " + folder.path() + "/error");
   EXPECT_NE(cut.output.find(R"({"t":100.0,"event":"location","map_id":null})"), std::string::npos);
   EXPECT_NE(cut.output.find("<stdin>:3: not JSON"), std::string::npos) << cut.output;
 
-  const sim::TestFolder folder;
   folder.write("bad.jsonl",
                "{\"t\":1,\"type\":\"truth\",\"map_id\":\"m\",\"x\":1,\"y\":2}\n{\"t\":2,\"type\":\"network\"}\n");
   const auto bad = run(kReplay + folder.path() + "/bad.jsonl 2>&1");
