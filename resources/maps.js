@@ -1,0 +1,782 @@
+// The map: plan, dot, highlighted areas, and the hands that move them. Map lengths are standard pixels, five to a
+// metre, from the plan's top left corner; screen lengths are CSS pixels.
+(function ($, platform) {
+  'use strict';
+
+  const STANDARD_PIXELS_PER_METER = 5;
+  const LARGEST_SCALE = 16;
+  const NEAR_SIGHT = 150; // what the shorter side of the screen shows after "locate", in map lengths: 30 m
+  const FIT_MARGIN = 12;
+  const GLIDE_MS = 600;
+  const ZOOM_MS = 200;
+  const OLD_AFTER_MS = 10000;
+  const MOST_AREAS = 100;
+  const FARTHEST = 1e7;
+
+  const darkness = window.matchMedia('(prefers-color-scheme: dark)');
+  const stillness = window.matchMedia('(prefers-reduced-motion: reduce)');
+
+  function clamp(value, low, high) {
+    return Math.min(Math.max(value, low), high);
+  }
+
+  function mix(from, to, part) {
+    return from + (to - from) * part;
+  }
+
+  function isCoordinate(value) {
+    return Number.isFinite(value) && Math.abs(value) <= FARTHEST;
+  }
+
+  // Which part of the map the screen shows: screen point = map point * scale + (x, y).
+  class View {
+    constructor() {
+      Object.assign(this, { width: 0, height: 0, scale: 1, x: 0, y: 0, sheet: { width: 1, height: 1 } });
+    }
+
+    toScreen(point) {
+      return { x: point.x * this.scale + this.x, y: point.y * this.scale + this.y };
+    }
+
+    toMap(point) {
+      return { x: (point.x - this.x) / this.scale, y: (point.y - this.y) / this.scale };
+    }
+
+    middle() {
+      return { x: this.width / 2, y: this.height / 2 };
+    }
+
+    sheetMiddle() {
+      return { x: this.sheet.width / 2, y: this.sheet.height / 2 };
+    }
+
+    fitScale() {
+      const margin = Math.min(this.width, this.height) > 200 ? FIT_MARGIN : 0;
+      const fit = Math.min((this.width - 2 * margin) / this.sheet.width, (this.height - 2 * margin) / this.sheet.height);
+      return clamp(fit, 1e-4, LARGEST_SCALE);
+    }
+
+    nearScale() {
+      return this.limited(Math.min(this.width, this.height) / NEAR_SIGHT);
+    }
+
+    limited(scale) {
+      const fit = this.fitScale();
+      return clamp(scale, fit, Math.max(LARGEST_SCALE, 4 * fit));
+    }
+
+    showsAll() {
+      return this.contains(this.toScreen({ x: 0, y: 0 }), 0) && this.contains(this.toScreen({ x: this.sheet.width, y: this.sheet.height }), 0);
+    }
+
+    // Whether a screen point lies on the screen, less a border that is a part of its size.
+    contains(point, border) {
+      const within = (value, length) => value >= length * border - 1 && value <= length * (1 - border) + 1;
+      return within(point.x, this.width) && within(point.y, this.height);
+    }
+
+    // The map point comes to stand at the screen point, as far as the middle of the screen stays on the sheet.
+    place(scale, mapPoint, screenPoint) {
+      this.scale = scale;
+      this.x = screenPoint.x - mapPoint.x * scale;
+      this.y = screenPoint.y - mapPoint.y * scale;
+      const middle = this.toMap(this.middle());
+      this.x += (middle.x - clamp(middle.x, 0, this.sheet.width)) * scale;
+      this.y += (middle.y - clamp(middle.y, 0, this.sheet.height)) * scale;
+    }
+  }
+
+  // Runs named animations, and draws once a frame while something changes.
+  class Animator {
+    constructor(draw) {
+      this.draw = draw;
+      this.running = new Map();
+      this.requested = false;
+    }
+
+    // step(part) goes from 0 to exactly 1. An animation replaces the one of its name. Where nothing is to move, or no
+    // frame would come, it ends at once.
+    run(name, milliseconds, step) {
+      this.running.delete(name);
+      if (milliseconds <= 0 || stillness.matches || document.hidden) {
+        step(1);
+      } else {
+        this.running.set(name, { start: performance.now(), milliseconds, step });
+      }
+      this.invalidate();
+    }
+
+    stop(name) {
+      return this.running.delete(name);
+    }
+
+    isRunning(name) {
+      return this.running.has(name);
+    }
+
+    invalidate() {
+      if (document.hidden) {
+        this.finish();
+      } else if (!this.requested) {
+        this.requested = true;
+        window.requestAnimationFrame((now) => this.frame(now));
+      }
+    }
+
+    frame(now) {
+      this.requested = false;
+      for (const [name, animation] of [...this.running]) {
+        const part = clamp((now - animation.start) / animation.milliseconds, 0, 1);
+        if (part === 1) this.running.delete(name);
+        animation.step(part === 1 ? 1 : 1 - Math.pow(1 - part, 3));
+      }
+      this.draw();
+      if (this.running.size > 0) this.invalidate();
+    }
+
+    finish() {
+      const left = [...this.running.values()];
+      this.running.clear();
+      left.forEach((animation) => animation.step(1));
+      this.draw();
+    }
+  }
+
+  // The size that the plan is drawn at. The given size is whole pixels with the rest cut off, which can put the far edge
+  // of a plan a fifth of a metre off. So the picture's own size tells the rest: its pixels to a metre lie in a narrow
+  // range then, and are mostly a round number.
+  function planSize(given, own) {
+    if (!given || !own) return given || own;
+    const low = STANDARD_PIXELS_PER_METER * Math.max(own.width / (given.width + 1), own.height / (given.height + 1));
+    const high = STANDARD_PIXELS_PER_METER * Math.min(own.width / given.width, own.height / given.height);
+    if (low >= high) return given;
+    const round = [1, 10].map((digits) => Math.floor(high * digits + 1e-9) / digits).find((candidate) => candidate > low);
+    if (!round && own.width * given.height === own.height * given.width) return given;
+    const pixelsPerMeter = round || (low + high) / 2;
+    return { width: own.width / pixelsPerMeter * STANDARD_PIXELS_PER_METER, height: own.height / pixelsPerMeter * STANDARD_PIXELS_PER_METER };
+  }
+
+  // The plan as pictures: one of the whole sheet, coarse, and above it one of what the screen shows, sharp. While the map
+  // moves, both are only moved; the sharp one is painted again when it has rested, and now and then on the way.
+  class Plan {
+    constructor(overview, detail) {
+      this.overview = overview;
+      this.detail = detail;
+      this.areas = [];
+      this.image = null;
+      this.grid = null;
+      this.painted = null;
+      this.timer = 0;
+      this.size = { width: 1, height: 1 };
+      this.sheet = this.size;
+      this.paintMilliseconds = 0;
+      this.paintedAt = -Infinity;
+    }
+
+    // A canvas that has as many pixels as the screen has under it.
+    static resize(canvas, width, height, ratio) {
+      canvas.width = Math.max(1, Math.round(width * ratio));
+      canvas.height = Math.max(1, Math.round(height * ratio));
+      canvas.style.width = canvas.width / ratio + 'px';
+      canvas.style.height = canvas.height / ratio + 'px';
+    }
+
+    paintContent(context, visible) {
+      if (this.image) {
+        context.drawImage(this.image, 0, 0, this.size.width, this.size.height);
+        return;
+      }
+      if (!this.grid) return;
+      const step = this.grid.width;
+      for (let x = Math.floor(visible.left / step) * step; x < visible.right; x += step) {
+        for (let y = Math.floor(visible.top / step) * step; y < visible.bottom; y += step) context.drawImage(this.grid, x, y, step, step);
+      }
+    }
+
+    // A light plan becomes a dark one of the same hues: turned to its negative, then given its own colour back.
+    darken(context, visible) {
+      const fill = (operation, colour) => {
+        context.globalCompositeOperation = operation;
+        context.fillStyle = colour;
+        context.fillRect(0, 0, this.sheet.width, this.sheet.height);
+      };
+      fill('difference', '#fff');
+      context.globalCompositeOperation = 'color';
+      this.paintContent(context, visible);
+      fill('screen', '#20242b');
+      context.globalCompositeOperation = 'source-over';
+    }
+
+    paintAreas(context, scale) {
+      context.fillStyle = 'rgba(255, 171, 0, .3)';
+      context.strokeStyle = darkness.matches ? '#ffc04d' : '#c77700';
+      context.lineWidth = 2.5 / scale;
+      context.lineJoin = 'round';
+      for (const area of this.areas) {
+        context.beginPath();
+        area.forEach((point) => context.lineTo(point.x, point.y));
+        context.closePath();
+        context.fill();
+        context.stroke();
+      }
+    }
+
+    // scale, x, y as in a view; ratio: canvas pixels to a screen pixel.
+    paint(canvas, { scale, x, y }, ratio) {
+      const context = canvas.getContext('2d');
+      const end = (length, offset, most) => clamp((length / ratio - offset) / scale, 0, most);
+      const visible = { left: end(0, x, this.sheet.width), right: end(canvas.width, x, this.sheet.width), top: end(0, y, this.sheet.height), bottom: end(canvas.height, y, this.sheet.height) };
+      context.setTransform(1, 0, 0, 1, 0, 0);
+      context.clearRect(0, 0, canvas.width, canvas.height);
+      context.save();
+      context.setTransform(scale * ratio, 0, 0, scale * ratio, x * ratio, y * ratio);
+      context.beginPath();
+      context.rect(0, 0, this.sheet.width, this.sheet.height);
+      context.clip();
+      context.fillStyle = '#fff';
+      context.fillRect(0, 0, this.sheet.width, this.sheet.height);
+      this.paintContent(context, visible);
+      if (darkness.matches) this.darken(context, visible);
+      this.paintAreas(context, scale);
+      context.restore();
+    }
+
+    paintOverview() {
+      const scale = 1024 / Math.max(this.sheet.width, this.sheet.height);
+      this.overviewScale = scale;
+      Plan.resize(this.overview, this.sheet.width * scale, this.sheet.height * scale, 1);
+      this.paint(this.overview, { scale, x: 0, y: 0 }, 1);
+    }
+
+    paintDetail(view) {
+      window.clearTimeout(this.timer);
+      this.timer = 0;
+      const ratio = window.devicePixelRatio || 1;
+      const begin = performance.now();
+      if (!this.painted || this.painted.width !== view.width || this.painted.height !== view.height || this.painted.ratio !== ratio) {
+        Plan.resize(this.detail, view.width, view.height, ratio);
+      }
+      this.paint(this.detail, view, ratio);
+      this.painted = { scale: view.scale, x: view.x, y: view.y, width: view.width, height: view.height, ratio };
+      this.paintedAt = performance.now();
+      this.paintMilliseconds = this.paintedAt - begin;
+    }
+
+    repaint(view) {
+      this.paintOverview();
+      this.paintDetail(view);
+    }
+
+    isSharp(view) {
+      const was = this.painted;
+      return was.scale === view.scale && was.x === view.x && was.y === view.y;
+    }
+
+    // At most a sixth of the time goes into painting.
+    sharpenSoon(view) {
+      if (this.timer) return;
+      const due = this.paintedAt + Math.max(100, 6 * this.paintMilliseconds);
+      this.timer = window.setTimeout(() => {
+        this.paintDetail(view);
+        this.move(view);
+      }, Math.max(0, due - performance.now()));
+    }
+
+    move(view) {
+      const growth = view.scale / this.painted.scale;
+      const coarse = view.scale / this.overviewScale;
+      this.overview.style.transform = `matrix(${coarse}, 0, 0, ${coarse}, ${view.x}, ${view.y})`;
+      this.detail.style.transform = `matrix(${growth}, 0, 0, ${growth}, ${view.x - growth * this.painted.x}, ${view.y - growth * this.painted.y})`;
+    }
+
+    draw(view) {
+      if (!this.painted) this.repaint(view);
+      this.move(view);
+      if (!this.isSharp(view)) this.sharpenSoon(view);
+    }
+  }
+
+  // The device's position, with a circle that it lies in.
+  class Dot {
+    constructor(marker, circle, announce) {
+      this.marker = marker;
+      this.circle = circle;
+      this.both = $([marker, circle]);
+      this.announce = announce;
+      this.at = null;
+      this.circleSize = 0;
+      this.timer = 0;
+      this.updated = 0;
+    }
+
+    update(position, animator, smooth) {
+      const now = performance.now();
+      const from = this.at;
+      const milliseconds = from && smooth ? Math.min(GLIDE_MS, now - this.updated) : 0;
+      this.updated = now;
+      if (!from) this.appear(position);
+      animator.run('dot', milliseconds, (part) => {
+        this.at = part === 1 ? position : { x: mix(from.x, position.x, part), y: mix(from.y, position.y, part), radius: mix(from.radius, position.radius, part) };
+      });
+      this.stayYoung();
+    }
+
+    appear(position) {
+      this.at = position;
+      this.both.addClass('shown');
+      this.announce('Your position is shown.');
+    }
+
+    hide(animator) {
+      if (!this.at) return;
+      animator.stop('dot');
+      window.clearTimeout(this.timer);
+      this.timer = 0;
+      this.at = null;
+      this.both.removeClass('shown old');
+      this.announce('Your position is not known.');
+    }
+
+    // One timer for many updates: it looks how old the last one is.
+    stayYoung() {
+      if (this.old) {
+        this.old = false;
+        this.both.removeClass('old');
+      }
+      if (!this.timer) this.watch(OLD_AFTER_MS);
+    }
+
+    watch(milliseconds) {
+      this.timer = window.setTimeout(() => {
+        this.timer = 0;
+        const left = this.updated + OLD_AFTER_MS - performance.now();
+        if (left > 0) this.watch(left);
+        else this.grow();
+      }, milliseconds);
+    }
+
+    grow() {
+      this.old = true;
+      this.both.addClass('old');
+      this.announce('Your position is out of date.');
+    }
+
+    // The circle is a box of a size near the wanted one, painted once and then only scaled.
+    drawCircle(view, screen) {
+      const size = 2 * this.at.radius * view.scale;
+      if (size > this.circleSize || size < this.circleSize / 2) {
+        this.circleSize = Math.pow(2, Math.ceil(Math.log2(Math.max(size, 1))));
+        this.circle.style.width = this.circle.style.height = this.circleSize + 'px';
+      }
+      const growth = size / this.circleSize;
+      this.circle.style.transform = `matrix(${growth}, 0, 0, ${growth}, ${screen.x - size / 2}, ${screen.y - size / 2})`;
+    }
+
+    draw(view) {
+      if (!this.at) return;
+      const screen = view.toScreen(this.at);
+      this.marker.style.transform = `translate(${screen.x}px, ${screen.y}px)`;
+      this.drawCircle(view, screen);
+    }
+  }
+
+  // Turns mouse, pen and fingers into what they mean; the listener acts. Points are screen points.
+  class Gestures {
+    constructor(element, listener) {
+      this.element = element;
+      this.listener = listener;
+      this.contacts = new Map();
+      this.tap = null;
+      this.trail = [];
+      this.listenToMouse();
+      this.listenToTouch();
+      this.listenToWheel();
+    }
+
+    // Pointer events tell fractions of a pixel, which mouse events cut off. Fingers come as touch events, which every
+    // engine has.
+    listenToMouse() {
+      const mouse = (act) => (event) => {
+        const original = event.originalEvent;
+        if (original.pointerType !== 'touch') act(original, { x: original.clientX, y: original.clientY });
+      };
+      $(this.element)
+        .on('pointerdown', mouse((event, point) => {
+          if (event.button !== 0) return;
+          this.element.setPointerCapture(event.pointerId);
+          this.begin('mouse', point, 4);
+        }))
+        .on('pointermove', mouse((event, point) => this.move(new Map([['mouse', point]]))))
+        .on('pointerup', mouse(() => this.end('mouse')))
+        .on('pointercancel', mouse(() => this.cancel('mouse')))
+        .on('contextmenu', () => false);
+    }
+
+    listenToTouch() {
+      const changed = (event) => [...event.originalEvent.changedTouches];
+      const point = (touch) => ({ x: touch.clientX, y: touch.clientY });
+      $(this.element)
+        .on('touchstart', (event) => {
+          event.preventDefault();
+          changed(event).forEach((touch) => this.begin(touch.identifier, point(touch), 10));
+        })
+        .on('touchmove', (event) => this.move(new Map(changed(event).map((touch) => [touch.identifier, point(touch)]))))
+        .on('touchend', (event) => changed(event).forEach((touch) => this.end(touch.identifier)))
+        .on('touchcancel', (event) => changed(event).forEach((touch) => this.cancel(touch.identifier)));
+    }
+
+    listenToWheel() {
+      const unit = [1, 16, 400];
+      $(this.element).on('wheel', (event) => {
+        const wheel = event.originalEvent;
+        event.preventDefault();
+        const way = clamp(wheel.deltaY * unit[wheel.deltaMode], -240, 240);
+        this.listener.zoom(Math.exp(-way * (wheel.ctrlKey ? 0.01 : 0.002)), { x: wheel.clientX, y: wheel.clientY });
+      });
+    }
+
+    isIdle() {
+      return this.contacts.size === 0;
+    }
+
+    begin(id, point, slop) {
+      const moving = this.listener.grab();
+      this.contacts.set(id, point);
+      this.trail = [];
+      const single = this.contacts.size === 1;
+      this.tap = single && !moving ? { screen: point, map: this.listener.touched(point) } : null;
+      this.slop = single && !moving ? slop : 0;
+    }
+
+    move(points) {
+      const known = [...points].filter(([id]) => this.contacts.has(id));
+      if (known.length === 0) return;
+      if (this.tap) {
+        const [[, point]] = known;
+        if (Math.hypot(point.x - this.tap.screen.x, point.y - this.tap.screen.y) <= this.slop) return;
+        this.tap = null;
+      }
+      const before = this.hold();
+      known.forEach(([id, point]) => this.contacts.set(id, point));
+      const now = this.hold();
+      this.trail = [...this.trail.slice(-20), { ...now, time: performance.now() }];
+      this.listener.drag(before, now, before.spread > 0 ? now.spread / before.spread : 1);
+    }
+
+    // The middle of the fingers and how far they are apart from it.
+    hold() {
+      const points = [...this.contacts.values()];
+      const x = points.reduce((sum, point) => sum + point.x, 0) / points.length;
+      const y = points.reduce((sum, point) => sum + point.y, 0) / points.length;
+      return { x, y, spread: points.reduce((sum, point) => sum + Math.hypot(point.x - x, point.y - y), 0) };
+    }
+
+    end(id) {
+      if (!this.contacts.delete(id)) return;
+      if (this.contacts.size > 0) {
+        this.trail = [];
+        return;
+      }
+      if (this.tap) this.listener.tap(this.tap);
+      else this.listener.release(this.speed());
+      this.tap = null;
+    }
+
+    cancel(id) {
+      this.tap = null;
+      this.trail = [];
+      this.end(id);
+    }
+
+    // Pixels a millisecond over the last tenth of a second; none when the hand rested before it let go.
+    speed() {
+      const now = performance.now();
+      const recent = this.trail.filter((point) => now - point.time < 100);
+      if (recent.length < 2) return { x: 0, y: 0 };
+      const first = recent[0];
+      const last = recent[recent.length - 1];
+      const time = Math.max(now - first.time, 16);
+      return { x: (last.x - first.x) / time, y: (last.y - first.y) / time };
+    }
+  }
+
+  // One tap is passed on after a moment, two in quick succession at one place are a double tap.
+  class Taps {
+    constructor(single, double) {
+      this.single = single;
+      this.double = double;
+      this.waiting = null;
+      this.timer = 0;
+    }
+
+    add(tap) {
+      const first = this.take();
+      if (first && Math.hypot(first.screen.x - tap.screen.x, first.screen.y - tap.screen.y) < 30) {
+        this.double(tap);
+        return;
+      }
+      if (first) this.single(first);
+      this.waiting = tap;
+      this.timer = window.setTimeout(() => this.single(this.take()), 280);
+    }
+
+    take() {
+      window.clearTimeout(this.timer);
+      const tap = this.waiting;
+      this.waiting = null;
+      return tap;
+    }
+  }
+
+  // Loads the first of the files that is a picture, or answers none.
+  function loadPicture(files, done) {
+    if (files.length === 0) {
+      done(null);
+      return;
+    }
+    const picture = new Image();
+    picture.onload = () => done(picture);
+    picture.onerror = () => loadPicture(files.slice(1), done);
+    picture.src = encodeURIComponent(files[0]);
+  }
+
+  class MapPage {
+    constructor(parameters) {
+      this.parameters = parameters;
+      this.view = new View();
+      this.animator = new Animator(() => this.draw());
+      this.plan = new Plan($('#overview')[0], $('#detail')[0]);
+      this.dot = new Dot($('#marker')[0], $('#uncertainty')[0], (text) => $('#news').text(text));
+      this.following = true;
+      this.fitted = true; // the whole sheet is shown, and stays so when the window changes
+      this.goal = 0; // the scale that a glide ends at
+    }
+
+    start() {
+      this.setSheet(null);
+      this.resize();
+      this.listen();
+      if (this.parameters.dot) this.setDot(this.parameters.dot, false);
+      loadPicture(this.parameters.files, (picture) => (picture ? this.showPlan(picture) : this.showGrid()));
+    }
+
+    listen() {
+      this.taps = new Taps((tap) => this.report(tap.map), (tap) => this.zoom(2, tap.screen));
+      this.gestures = new Gestures($('#map')[0], this);
+      $(window).on('resize', () => this.resize());
+      $(document).on('keydown', (event) => this.key(event)).on('visibilitychange', () => this.animator.invalidate());
+      $('#zoom-in').on('click', () => this.zoom(1.6, this.view.middle()));
+      $('#zoom-out').on('click', () => this.zoom(1 / 1.6, this.view.middle()));
+      $('#zoom-fit').on('click', () => this.fit(GLIDE_MS / 2));
+      darkness.addListener(() => this.repaint());
+    }
+
+    showPlan(picture) {
+      const name = this.parameters.files[0].replace(/\.[^.]*$/, '');
+      $('#detail').attr('aria-label', 'Floor plan ' + name);
+      document.title = name;
+      this.plan.image = picture;
+      this.setSheet(picture.naturalWidth > 0 ? { width: picture.naturalWidth, height: picture.naturalHeight } : null);
+      this.repaint();
+    }
+
+    showGrid() {
+      $('#message').text('The plan of this map is missing. Positions are shown on a grid of 5 metres.');
+      $('#detail').attr('aria-label', 'Grid in place of a missing floor plan');
+      loadPicture(['grid.svg'], (picture) => {
+        this.plan.grid = picture;
+        this.repaint();
+      });
+    }
+
+    setSheet(own) {
+      const { map, crop } = this.parameters;
+      const size = planSize(map, own) || { width: 1000, height: 1000 };
+      const isWhole = !crop || (map && crop.width >= map.width && crop.height >= map.height);
+      const sheet = isWhole ? size : { width: Math.min(crop.width, size.width), height: Math.min(crop.height, size.height) };
+      this.plan.size = size;
+      this.plan.sheet = this.view.sheet = sheet;
+      if (this.fitted) this.fit(0);
+    }
+
+    resize() {
+      const middle = this.view.toMap(this.view.middle());
+      this.view.width = window.innerWidth;
+      this.view.height = window.innerHeight;
+      if (this.fitted) this.fit(0);
+      else this.view.place(this.view.limited(this.view.scale), middle, this.view.middle());
+      if (this.plan.painted) this.repaint();
+    }
+
+    repaint() {
+      this.plan.repaint(this.view);
+      this.draw();
+    }
+
+    draw() {
+      this.plan.draw(this.view);
+      this.dot.draw(this.view);
+    }
+
+    // The map point moves to the screen point while the scale changes.
+    glide(scale, mapPoint, screenPoint, milliseconds) {
+      const from = this.view.toScreen(mapPoint);
+      const start = this.view.scale;
+      this.goal = scale;
+      this.animator.run('view', milliseconds, (part) => {
+        const point = { x: mix(from.x, screenPoint.x, part), y: mix(from.y, screenPoint.y, part) };
+        this.view.place(part === 1 ? scale : start * Math.pow(scale / start, part), mapPoint, point);
+      });
+    }
+
+    fit(milliseconds) {
+      this.fitted = true;
+      this.animator.stop('fling');
+      this.glide(this.view.fitScale(), this.view.sheetMiddle(), this.view.middle(), milliseconds);
+    }
+
+    // Zooming on leaves the dot to itself only when it pushes it off the screen.
+    zoom(factor, point) {
+      const base = this.animator.isRunning('view') ? this.goal : this.view.scale;
+      const scale = this.view.limited(base * factor);
+      this.animator.stop('fling');
+      if (scale <= this.view.fitScale()) {
+        this.fit(ZOOM_MS);
+        return;
+      }
+      this.fitted = false;
+      const growth = scale / this.view.scale;
+      const dot = this.dot.at && this.view.toScreen(this.dot.at);
+      if (dot && !this.view.contains({ x: mix(point.x, dot.x, growth), y: mix(point.y, dot.y, growth) }, 0)) this.following = false;
+      this.glide(scale, this.view.toMap(point), point, ZOOM_MS);
+    }
+
+    grab() {
+      this.animator.stop('view');
+      $('#map').addClass('grabbed');
+      return this.animator.stop('fling');
+    }
+
+    touched(point) {
+      return this.view.toMap(point);
+    }
+
+    drag(before, now, factor) {
+      this.following = this.fitted = false;
+      this.view.place(this.view.limited(this.view.scale * factor), this.view.toMap(before), now);
+      this.animator.invalidate();
+    }
+
+    // The map runs on for a moment, as far as the hand's speed carries it.
+    release(speed) {
+      $('#map').removeClass('grabbed');
+      const reach = 250;
+      if (Math.hypot(speed.x, speed.y) < 0.2 || stillness.matches) return;
+      const anchor = this.view.toMap(this.view.middle());
+      const from = this.view.middle();
+      this.animator.run('fling', 3 * reach, (part) => {
+        this.view.place(this.view.scale, anchor, { x: from.x + speed.x * reach * part, y: from.y + speed.y * reach * part });
+      });
+    }
+
+    tap(tap) {
+      $('#map').removeClass('grabbed');
+      this.taps.add(tap);
+    }
+
+    report(point) {
+      const { width, height } = this.view.sheet;
+      if (point.x >= 0 && point.y >= 0 && point.x <= width && point.y <= height) platform.reportTap(point);
+    }
+
+    key(event) {
+      if (event.altKey || event.ctrlKey || event.metaKey) return;
+      const step = { ArrowLeft: [1, 0], ArrowRight: [-1, 0], ArrowUp: [0, 1], ArrowDown: [0, -1] }[event.originalEvent.key];
+      const factor = { '+': 1.6, '=': 1.6, '-': 1 / 1.6, _: 1 / 1.6 }[event.originalEvent.key];
+      if (step) this.shift(96 * step[0], 96 * step[1]);
+      else if (factor) this.zoom(factor, this.view.middle());
+      else if (event.originalEvent.key === '0') this.fit(GLIDE_MS / 2);
+      else return;
+      event.preventDefault();
+    }
+
+    shift(x, y) {
+      this.following = this.fitted = false;
+      const middle = this.view.middle();
+      this.glide(this.view.scale, this.view.toMap(middle), { x: middle.x + x, y: middle.y + y }, 150);
+    }
+
+    setDot(position, smooth) {
+      this.dot.update(position, this.animator, smooth);
+      if (this.following && this.gestures.isIdle()) this.keepInSight(position);
+    }
+
+    // Calm: the map follows when the dot leaves the middle half of the screen, and rests while all of it is shown.
+    keepInSight(position) {
+      if (this.view.showsAll() || this.view.contains(this.view.toScreen(position), 0.25)) return;
+      this.glide(this.view.scale, position, this.view.middle(), GLIDE_MS);
+    }
+
+    locate(position) {
+      this.following = true;
+      this.fitted = false;
+      this.animator.stop('fling');
+      this.dot.update(position, this.animator, true);
+      this.glide(Math.max(this.view.scale, this.view.nearScale()), position, this.view.middle(), GLIDE_MS);
+    }
+
+    highlight(area) {
+      this.plan.areas = area.length < 3 ? [] : [...this.plan.areas, area].slice(-MOST_AREAS);
+      if (area.length >= 3) this.bringIntoSight(area);
+      $('#news').text(area.length < 3 ? 'No area is highlighted.' : 'An area is highlighted.');
+      this.repaint();
+    }
+
+    bringIntoSight(area) {
+      const xs = area.map((point) => point.x);
+      const ys = area.map((point) => point.y);
+      const middle = { x: (Math.min(...xs) + Math.max(...xs)) / 2, y: (Math.min(...ys) + Math.max(...ys)) / 2 };
+      if (this.view.contains(this.view.toScreen(middle), 0)) return;
+      this.following = this.fitted = false;
+      this.glide(this.view.scale, middle, this.view.middle(), GLIDE_MS);
+    }
+  }
+
+  function readPosition(x, y, radius) {
+    const position = { x: Number(x), y: Number(y), radius: clamp(Number(radius) || 0, 0, 1e5) };
+    return isCoordinate(position.x) && isCoordinate(position.y) ? position : null;
+  }
+
+  // "x,y x,y ": pieces that are no point are left out.
+  function readArea(text) {
+    const points = String(text).trim().split(/\s+/).slice(0, 10000).map((piece) => {
+      const [x, y] = piece.split(',').map((part) => (part === '' ? NaN : Number(part)));
+      return { x, y };
+    });
+    return points.filter((point) => isCoordinate(point.x) && isCoordinate(point.y));
+  }
+
+  const page = new MapPage(platform.parameters(window.location.href));
+  page.start();
+
+  // What the program calls.
+  Object.assign(window, {
+    hideDot() {
+      page.dot.hide(page.animator);
+    },
+    // smooth: the dot glides to its place rather than jumping.
+    setDotPosition(x, y, radius, smooth) {
+      const position = readPosition(x, y, radius);
+      if (position) page.setDot(position, smooth === true);
+    },
+    // The map comes to the dot, and follows it again.
+    setDotPositionAutomatic(x, y, radius) {
+      const position = readPosition(x, y, radius);
+      if (position) page.locate(position);
+    },
+    // One more area of the map; an empty list takes them all away.
+    highlightPolygon(points) {
+      page.highlight(readArea(points));
+    },
+  });
+})(jQuery, platform);
