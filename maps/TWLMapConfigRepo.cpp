@@ -7,6 +7,7 @@
 #include "wayloom/positioning/TWLConfig.hpp"
 
 #include "maps/HttpDate.hpp"
+#include "maps/MapUpdate.hpp"
 
 namespace wayloom {
 namespace {
@@ -24,6 +25,7 @@ TWLMapConfigRepo& TWLMapConfigRepo::sharedRepo(platform::Platform& platform) {
 }
 
 TWLMapConfigRepo::TWLMapConfigRepo(platform::Platform& platform) : platform_(platform) {
+  completeStoppedUpdate();
   load();
   setUpdateUrl(TWLConfig(platform).WLMapConfigURL());
 }
@@ -32,7 +34,10 @@ TWLMapConfigRepo::TWLMapConfigRepo(platform::Platform& platform, std::string_vie
   loadFromJSON(json);
 }
 
+TWLMapConfigRepo::~TWLMapConfigRepo() { scope_.close(); }
+
 void TWLMapConfigRepo::load() {
+  const std::lock_guard lock(documentMutex_);
   log("Initializing map config repo");
   if (loadFromSavedJSONFile()) return;
   log("No map config saved json file available.  Loading from built in file");

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "wayloom/maps/TWLMapConfigRepo.hpp"
+#include "wayloom/maps/TWLUpdateManager.hpp"
 #include "wayloom/platform/CLLocationManager.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/positioning/TWLConfig.hpp"
@@ -14,6 +16,7 @@ namespace wayloom {
 namespace {
 
 constexpr double kDistanceFilter = 10.0;  // metres
+constexpr auto kMenuPoll = std::chrono::milliseconds(50);
 
 // The engine's part of the map layer's settings; what is not configured is left out.
 platform::Json engineConfiguration(const TWLConfig& config) {
@@ -96,6 +99,14 @@ bool TWLManager::tell(const TWLMapLocationPtr& location) {
   if (listeners->closed()) return false;
   if (auto* delegate = delegate_.load()) delegate->locationManagerDidUpdateMapLocation(*this, location);
   return !listeners->closed();
+}
+
+void TWLManager::updateMaps() { TWLUpdateManager::sharedUpdateManager(platform_).update(); }
+
+std::vector<TWLMapConfigPtr> TWLManager::maps() {
+  auto& updates = TWLUpdateManager::sharedUpdateManager(platform_);
+  while (!updates.menuReady()) platform_.tasks().sleep(kMenuPoll);
+  return TWLMapConfigRepo::sharedRepo(platform_).maps();
 }
 
 TWLMapLocationPtr TWLManager::currentMapLocation() const {

@@ -107,6 +107,7 @@ void Replayer::World::observe(const ReplayOptions& options) {
   tracker.setUseCoreLocationRanging(!options.useOwnDistance);
   if (options.explainElections)
     tracker.setElectionObserver([this](const ElectionTrace& trace) { tell(&ReplayListener::elected, trace); });
+  manager->updateMaps();
 }
 
 void Replayer::World::pass(const RecordedEvent& event) {
@@ -140,9 +141,10 @@ void Replayer::World::hand(const RecordedEvent& event) {
       return sim.setBluetoothState(event.bluetooth);
     case RecordedType::network:
       return sim.server().setNetworkUp(event.networkUp);
+    case RecordedType::updateMaps:
+      return manager->updateMaps();
     case RecordedType::header:
     case RecordedType::event:
-    case RecordedType::updateMaps:
     case RecordedType::truth:
     case RecordedType::unknown:
       return;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "wayloom/platform/CLLocationManagerDelegate.hpp"
 #include "wayloom/positioning/TWLManagerDelegate.hpp"
@@ -71,6 +72,13 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   void updateLocation();
   // The last one told; null when the last computation gave none. Any thread.
   TWLMapLocationPtr currentMapLocation() const;
+
+  // Asks for a map update: TWLUpdateManager::update(). Any thread.
+  void updateMaps();
+  // The maps, once an update has come as far as to know them: it asks every 50 ms, without end, so somebody must have
+  // called updateMaps(). Any thread; in virtual time, time passes meanwhile. Throws platform::AbandonedWait when the
+  // scheduler shuts down.
+  std::vector<TWLMapConfigPtr> maps();
 
   // Not owned; told after the listeners, outside their lock. May be null.
   TWLManagerDelegate* delegate() const { return delegate_; }

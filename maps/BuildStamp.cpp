@@ -1,0 +1,8 @@
+// Nothing else belongs here: the build compiles this file again whenever anything of the library has changed.
+#include "maps/BuildStamp.hpp"
+
+namespace wayloom {
+
+std::string libraryBuildStamp() { return __DATE__ " " __TIME__; }
+
+}  // namespace wayloom

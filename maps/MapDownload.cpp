@@ -1,0 +1,78 @@
+// The downloads of TWLMapConfigRepo.
+#include <utility>
+
+#include "wayloom/maps/TWLMapConfigRepo.hpp"
+#include "wayloom/platform/Platform.hpp"
+
+namespace wayloom {
+namespace {
+
+using platform::Error;
+using platform::HttpResponse;
+
+platform::HttpRequest requestFor(std::string method, const std::string& url) {
+  platform::HttpRequest request;
+  request.method = std::move(method);
+  request.url = url;
+  return request;
+}
+
+TWLMapConfigRepo::Date lastModified(const HttpResponse& response) {
+  return TWLMapConfigRepo::dateFrom(response.header("Last-Modified"));
+}
+
+std::optional<std::string> bodyOf(HttpResponse& response) {
+  if (response.error) return std::nullopt;
+  return std::move(response.body);
+}
+
+// A question for the date, then perhaps the download. The question goes first, so that no download begins afterwards.
+class ConditionalDownload : public platform::HttpTask {
+ public:
+  ConditionalDownload(TWLMapConfigRepo& repo, platform::Platform& platform, const std::string& url,
+                      TWLMapConfigRepo::Date date, TWLMapConfigRepo::DownloadHandler handler)
+      : repo_(repo), url_(url), date_(date), handler_(std::move(handler)) {
+    question_ = platform.http().send(requestFor("HEAD", url_), platform.tasks().mainQueue(),
+                                     [this](HttpResponse response) { answered(std::move(response)); });
+  }
+
+ private:
+  // The handler comes last and may destroy this object.
+  void answered(HttpResponse response) {
+    const auto handler = handler_;
+    if (response.error) return handler(std::nullopt, std::move(response.body), std::move(response.error));
+    const auto modified = lastModified(response);
+    if (!modified)
+      return handler(std::nullopt, std::nullopt, Error{"Wayl", 0, "Server didn't include a 'Last-Modified' header."});
+    if (date_ && *date_ < *modified)
+      download_ = repo_.loadFromUrlCompletionHandler(url_, handler);
+    else
+      handler(modified, std::nullopt, std::nullopt);
+  }
+
+  TWLMapConfigRepo& repo_;
+  const std::string url_;
+  const TWLMapConfigRepo::Date date_;
+  const TWLMapConfigRepo::DownloadHandler handler_;
+  std::unique_ptr<platform::HttpTask> download_;
+  std::unique_ptr<platform::HttpTask> question_;
+};
+
+}  // namespace
+
+std::unique_ptr<platform::HttpTask> TWLMapConfigRepo::loadFromUrlCompletionHandler(const std::string& url,
+                                                                                   DownloadHandler handler) {
+  return platform_.http().send(requestFor("GET", url), platform_.tasks().mainQueue(),
+                               [handler = std::move(handler)](HttpResponse response) {
+                                 auto body = bodyOf(response);
+                                 handler(lastModified(response), std::move(body), std::move(response.error));
+                               });
+}
+
+std::unique_ptr<platform::HttpTask> TWLMapConfigRepo::loadFromUrlIfNewerThanCompletionHandler(const std::string& url,
+                                                                                              Date date,
+                                                                                              DownloadHandler handler) {
+  return std::make_unique<ConditionalDownload>(*this, platform_, url, date, std::move(handler));
+}
+
+}  // namespace wayloom
