@@ -27,5 +27,6 @@ void complain(std::string_view text);
 void registerReplay(CLI::App& app);
 void registerEvaluate(CLI::App& app);
 void registerSimulate(CLI::App& app);
+void registerServe(CLI::App& app);
 
 }  // namespace wayloom::tools

@@ -26,6 +26,7 @@ int run(int argc, char** argv) {
   registerReplay(app);
   registerEvaluate(app);
   registerSimulate(app);
+  registerServe(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& failure) {

@@ -1,13 +1,11 @@
 #include "wayloom/sim/VenueHttpServer.hpp"
 
-#include <algorithm>
-#include <fmt/chrono.h>
-#include <fmt/format.h>
 #include <utility>
 
-#include "wayloom/platform/JsonValue.hpp"
 #include "wayloom/platform/TaskScope.hpp"
 #include "wayloom/platform/Url.hpp"
+
+#include "backends/sim/VenueFiles.hpp"
 
 namespace wayloom::sim {
 namespace {
@@ -38,12 +36,6 @@ bool isAbsolute(const std::string& url) {
   return platform::isWellFormedUrl(url) && (url.starts_with("http://") || url.starts_with("https://"));
 }
 
-// As RFC 9110, 5.6.7 wants it.
-std::string httpDate(platform::CalendarTime time) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(time.time_since_epoch()).count();
-  return fmt::format("{:%a, %d %b %Y %H:%M:%S} GMT", fmt::gmtime(static_cast<std::time_t>(seconds)));
-}
-
 // A request on its way. The timer, when there is one, ends with it; a task that is queued already finds the scope gone.
 class PendingRequest : public platform::HttpTask {
  public:
@@ -65,14 +57,11 @@ class PendingRequest : public platform::HttpTask {
 VenueHttpServer::VenueHttpServer(std::shared_ptr<platform::TaskScheduler> tasks,
                                  std::shared_ptr<const platform::FileManager> files, std::string venueFolder,
                                  const platform::PropertyListReader& propertyLists)
-    : tasks_(std::move(tasks)), files_(std::move(files)), venueFolder_(std::move(venueFolder)) {
-  if (venueFolder_.empty()) return;
-  for (const char* name : {"/bundle/Geofold.plist", "/bundle/Wayloom.plist"}) {
-    const auto configuration = propertyLists.readDictionary(venueFolder_ + name);
-    const auto url = configuration ? platform::stringValue(platform::member(*configuration, "GFKitURL")) : std::nullopt;
-    if (url) kitUrls_.push_back(*url);
-  }
-}
+    : tasks_(std::move(tasks)),
+      files_(std::move(files)),
+      venue_(std::make_unique<VenueFiles>(std::move(venueFolder), propertyLists)) {}
+
+VenueHttpServer::~VenueHttpServer() = default;
 
 std::unique_ptr<platform::HttpTask> VenueHttpServer::send(HttpRequest request, platform::TaskQueue& queue,
                                                           Handler handler) {
@@ -97,7 +86,7 @@ HttpResponse VenueHttpServer::answer(const HttpRequest& request) const {
   if (!isAbsolute(request.url)) return failure(kMalformedUrl, "The URL is malformed");
   if (!networkUp_) return failure(kNoRoute, "The network is down");
   if (request.method == "POST") return emptyAnswer(200);
-  const auto path = fileFor(request.url);
+  const auto path = venue_->fileFor(request.url);
   auto content = path.empty() ? std::nullopt : files_->readFile(path);
   if (!content) return emptyAnswer(404);
   if (content->size() > platform::kMaximumHttpBody) return failure(kTooLarge, "The response is too large");
@@ -108,20 +97,6 @@ HttpResponse VenueHttpServer::answer(const HttpRequest& request) const {
     response.headers.emplace_back("Last-Modified", httpDate(*modified));
   if (request.method != "HEAD") response.body = std::move(*content);
   return response;
-}
-
-// Empty when the URL leads to no file of the venue.
-std::string VenueHttpServer::fileFor(const std::string& url) const {
-  if (venueFolder_.empty()) return {};
-  if (std::find(kitUrls_.begin(), kitUrls_.end(), url) != kitUrls_.end()) return venueFolder_ + "/server/kit.json";
-  const auto components = platform::urlPathComponents(url);
-  if (components.size() < 2 || components.front() != "maps") return {};
-  std::string path = venueFolder_ + "/server";
-  for (const auto& component : components) {
-    if (component == "." || component == ".." || component.find('\0') != component.npos) return {};
-    path.append("/").append(component);
-  }
-  return path;
 }
 
 }  // namespace wayloom::sim

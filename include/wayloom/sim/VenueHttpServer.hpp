@@ -3,7 +3,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "wayloom/platform/FileManager.hpp"
 #include "wayloom/platform/HttpClient.hpp"
@@ -12,6 +11,8 @@
 #include "wayloom/platform/Time.hpp"
 
 namespace wayloom::sim {
+
+class VenueFiles;
 
 // The servers of a venue and the network to them, in memory: an HTTP client that answers from a venue folder.
 //
@@ -29,6 +30,7 @@ class VenueHttpServer : public platform::HttpClient {
   // bundle/Geofold.plist and bundle/Wayloom.plist.
   VenueHttpServer(std::shared_ptr<platform::TaskScheduler> tasks, std::shared_ptr<const platform::FileManager> files,
                   std::string venueFolder, const platform::PropertyListReader& propertyLists);
+  ~VenueHttpServer() override;
 
   [[nodiscard]] std::unique_ptr<platform::HttpTask> send(platform::HttpRequest request, platform::TaskQueue& queue,
                                                          Handler handler) override;
@@ -44,12 +46,10 @@ class VenueHttpServer : public platform::HttpClient {
  private:
   void observe(const platform::HttpRequest& request) const;
   platform::HttpResponse answer(const platform::HttpRequest& request) const;
-  std::string fileFor(const std::string& url) const;
 
   std::shared_ptr<platform::TaskScheduler> tasks_;
   std::shared_ptr<const platform::FileManager> files_;
-  std::string venueFolder_;
-  std::vector<std::string> kitUrls_;
+  std::unique_ptr<const VenueFiles> venue_;
   bool networkUp_ = true;
   platform::Duration latency_{};
   std::function<void(const platform::HttpRequest&)> observer_;
