@@ -1,6 +1,7 @@
 #include "wayloom/platform/Url.hpp"
 
 #include <algorithm>
+#include <simdjson.h>
 
 namespace wayloom::platform {
 namespace {
@@ -81,6 +82,30 @@ std::optional<std::string> cacheFileNameForUrl(std::string_view prefix, std::str
   name += ".data";
   if (name.size() > kLongestFileName) return std::nullopt;
   return name;
+}
+
+std::optional<std::string> withoutPercentEscapes(std::string_view text) {
+  for (auto place = text.find('%'); place != text.npos; place = text.find('%', place + 1))
+    if (escapedByteAt(text, place) < 0) return std::nullopt;
+  auto decoded = percentDecoded(text);
+  if (!simdjson::validate_utf8(decoded)) return std::nullopt;
+  return decoded;
+}
+
+std::string fileUrlForPath(std::string_view path) {
+  constexpr std::string_view kPlain = "-._~/!$&'()*+,:=@";  // RFC 3986, 3.3
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string url = "file://";
+  for (const char character : path) {
+    const auto byte = static_cast<unsigned char>(character);
+    const bool isPlain = (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
+                         kPlain.find(character) != kPlain.npos;
+    if (isPlain)
+      url += character;
+    else
+      (url += '%').append({kDigits[byte >> 4U], kDigits[byte & 15U]});
+  }
+  return url;
 }
 
 }  // namespace wayloom::platform

@@ -41,6 +41,7 @@ struct Options {
   std::string documents;
   std::string events = "location";
   bool useOwnDistance = false;
+  std::string viewMap;
   std::string recording;
 };
 
@@ -92,6 +93,7 @@ sim::ReplayOptions replayOptions(const Options& options) {
   replay.documents = options.documents;
   replay.useOwnDistance = options.useOwnDistance;
   replay.explainElections = options.events == "all";
+  replay.viewMap = options.viewMap;
   return replay;
 }
 
@@ -159,6 +161,11 @@ void registerReplay(CLI::App& app) {
       ->capture_default_str();
   command.add_flag("--use-own-distance", options->useOwnDistance,
                    "Compare distances computed from averaged signals instead of those that rangings state");
+  command
+      .add_option("--view-map", options->viewMap,
+                  "Show this map in a view without a screen; with --events all, every script that the view runs in its "
+                  "page is printed")
+      ->type_name("MAPID");
   command.add_option("RECORDING", options->recording, "File with one JSON event a line; - reads standard input")
       ->required();
   runs(command, [options] { return replay(*options); });

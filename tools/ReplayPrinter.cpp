@@ -145,6 +145,12 @@ void ReplayPrinter::logged(double t, sim::LogChannel channel, std::string_view l
   end();
 }
 
+void ReplayPrinter::scripted(double t, std::string_view script) {
+  if (!printsAll_) return;
+  begin(t, "script").member("text", script);
+  end();
+}
+
 void ReplayPrinter::elected(double t, const ElectionTrace& trace) {
   if (!printsAll_) return;
   appendElection(begin(t, "election"), trace);

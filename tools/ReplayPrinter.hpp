@@ -35,6 +35,7 @@ class ReplayPrinter : public sim::ReplayListener {
   void ranged(double t, const TGFBeaconList& beacons, const TGFBeaconRegion& region) override;
   void requested(double t, const platform::HttpRequest& request) override;
   void logged(double t, sim::LogChannel channel, std::string_view line) override;
+  void scripted(double t, std::string_view script) override;
   void elected(double t, const ElectionTrace& trace) override;
 
  private:

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "wayloom/maps/TWLMapConfigRepo.hpp"
+#include "wayloom/maps/TWLMapView.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 
 namespace wayloom::sim {
@@ -28,6 +30,8 @@ struct Replayer::World {
 
   SimOptions worldOptions(const ReplayOptions& options, platform::CalendarTime start);
   void observe(const ReplayOptions& options);
+  void showView(const ReplayOptions& options);
+  void loadMap();
   void pass(const RecordedEvent& event);
   void hand(const RecordedEvent& event);
 
@@ -39,6 +43,8 @@ struct Replayer::World {
   bool hasClock = false;  // that is, whether `sim` has been made
   SimPlatform sim;
   std::unique_ptr<Manager> manager;
+  std::unique_ptr<TWLMapView> view;
+  std::string mapToShow;  // until the catalogue has it
 };
 
 // The navigation manager, telling what it is told.
@@ -82,6 +88,7 @@ Replayer::World::World(const ReplayOptions& options, const RecordedEvent& first,
   hasClock = true;
   listener->began(sim);
   observe(options);
+  if (!options.viewMap.empty()) showView(options);
 }
 
 Replayer::World::~World() { listener = nullptr; }
@@ -92,6 +99,7 @@ SimOptions Replayer::World::worldOptions(const ReplayOptions& options, platform:
   world.libraryBundle = options.libraryBundle;
   world.documents = options.documents;
   world.start = start;
+  world.decorate = options.decorate;
   world.log = [this](LogChannel channel, std::string_view line) {
     if (listener != nullptr) listener->logged(hasClock ? now() : lineT, channel, line);
   };
@@ -110,10 +118,28 @@ void Replayer::World::observe(const ReplayOptions& options) {
   manager->updateMaps();
 }
 
+// In a window of the size of a telephone's screen, when the window is a simulated one.
+void Replayer::World::showView(const ReplayOptions& options) {
+  sim.widgets().setScriptObserver([this](std::string_view script) { tell(&ReplayListener::scripted, script); });
+  view = std::make_unique<TWLMapView>(sim.platform());
+  view->setLocationManager(manager.get());
+  mapToShow = options.viewMap;
+  if (dynamic_cast<SimContainerView*>(&view->view()) != nullptr) SimWidgetFactory::enterWindow(view->view(), 400, 700);
+}
+
+void Replayer::World::loadMap() {
+  if (mapToShow.empty()) return;
+  const auto map = TWLMapConfigRepo::sharedRepo(sim.platform()).forMapId(mapToShow);
+  if (!map) return;
+  mapToShow.clear();
+  view->loadMap(map);
+}
+
 void Replayer::World::pass(const RecordedEvent& event) {
   auto& time = sim.time();
   lineT = event.t;
   lineTime = event.time;
+  loadMap();
   time.advanceTo(time.monotonicAt(event.time));
   if (listener != nullptr) listener->delivering(event);
   hand(event);
@@ -170,6 +196,7 @@ std::optional<RecordingError> Replayer::run(RecordingReader& reader) {
 }
 
 SimPlatform* Replayer::world() { return world_ ? &world_->sim : nullptr; }
+TWLMapView* Replayer::view() { return world_ ? world_->view.get() : nullptr; }
 TWLManager* Replayer::manager() { return world_ ? world_->manager.get() : nullptr; }
 
 }  // namespace wayloom::sim

@@ -97,6 +97,8 @@ platform::PlatformServices SimPlatform::makeServices(const SimOptions& options) 
   services.location = location_;
   bluetooth_ = std::make_shared<SimBluetooth>(services.tasks);
   services.bluetooth = bluetooth_;
+  widgets_ = std::make_shared<SimWidgetFactory>(services.tasks);
+  services.widgets = widgets_;
   return services;
 }
 

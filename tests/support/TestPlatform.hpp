@@ -5,6 +5,7 @@
 #include <string>
 
 #include "wayloom/platform/RangerLocationServices.hpp"
+#include "wayloom/sim/SimWidgets.hpp"
 #include "wayloom/sim/VirtualTime.hpp"
 
 #include "tests/support/TestServices.hpp"
@@ -22,6 +23,7 @@ struct TestPlatform {
         defaults(std::make_shared<MemoryDefaults>()),
         http(std::make_shared<ScriptedHttp>()),
         location(std::make_shared<platform::RangerLocationServices>(*time.scheduler(), *time.monotonicClock())),
+        widgets(std::make_shared<sim::SimWidgetFactory>(time.scheduler())),
         instance(std::make_unique<platform::Platform>(services())) {}
 
   operator platform::Platform&() { return *instance; }
@@ -42,7 +44,8 @@ struct TestPlatform {
             .device = std::make_shared<FixedDevice>(),
             .http = http,
             .location = location,
-            .bluetooth = std::make_shared<NoRadio>()};
+            .bluetooth = std::make_shared<NoRadio>(),
+            .widgets = widgets};
   }
 
   sim::VirtualTime time;
@@ -54,6 +57,7 @@ struct TestPlatform {
   std::shared_ptr<MemoryDefaults> defaults;
   std::shared_ptr<ScriptedHttp> http;
   std::shared_ptr<platform::RangerLocationServices> location;
+  std::shared_ptr<sim::SimWidgetFactory> widgets;
   std::unique_ptr<platform::Platform> instance;
 };
 

@@ -4,10 +4,14 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
+
+#include "wayloom/platform/Json.hpp"
+#include "wayloom/positioning/Geometry.hpp"
 
 #include "tests/sim/SimVenue.hpp"
 
@@ -63,6 +67,27 @@ TEST(ReplayCommand, printsWhatWasWorkedOutByHand) {
     EXPECT_EQ(outcome.status, 0) << name;
     EXPECT_EQ(withoutLogsAndElections(outcome.output), contentOf(kData + name + ".expected")) << name;
   }
+}
+
+// A view without a screen moves its dot to every position on its map, and hides it for those elsewhere.
+TEST(ReplayCommand, showsAMapInAView) {
+  const auto outcome = run(kReplay + "--events all --view-map lobby " + kData + "lag-and-dwell.jsonl");
+  ASSERT_EQ(outcome.status, 0);
+  std::istringstream lines(outcome.output);
+  std::vector<std::string> scripts, expected;
+  for (std::string line; std::getline(lines, line);) {
+    const auto event = platform::Json::parse(line);
+    if (event["event"] == "script") scripts.push_back(event["text"]);
+    if (event["event"] != "location" || event["map_id"].is_null()) continue;
+    const auto whole = [&](const char* member) { return std::to_string(truncated(event[member].get<double>())); };
+    expected.push_back(event["map_id"] == "lobby" ? "setDotPosition(" + whole("x") + "," + whole("y") + "," +
+                                                        whole("uncertainty_px") + ", true)"
+                                                  : "hideDot()");
+  }
+  EXPECT_EQ(scripts, expected);
+  EXPECT_EQ(std::set(scripts.begin(), scripts.end()).size(), 2U) << "a dot on the map, and one elsewhere";
+  EXPECT_EQ(run(kReplay + "--view-map nowhere " + kData + "lag-and-dwell.jsonl").output,
+            run(kReplay + kData + "lag-and-dwell.jsonl").output);
 }
 
 TEST(ReplayCommand, explainsElections) {

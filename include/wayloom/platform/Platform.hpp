@@ -26,11 +26,13 @@
 #include "wayloom/platform/Tasks.hpp"
 #include "wayloom/platform/Time.hpp"
 #include "wayloom/platform/UserDefaults.hpp"
+#include "wayloom/platform/WidgetFactory.hpp"
 
 namespace wayloom::platform {
 
-// The services a Platform is made of; all must be set. To inject faults or to record, wrap one before the Platform is
-// made: services.http = std::make_shared<SlowHttpClient>(services.http). They are destroyed in reverse order.
+// The services a Platform is made of; all must be set, save the last. To inject faults or to record, wrap one before
+// the Platform is made: services.http = std::make_shared<SlowHttpClient>(services.http). They are destroyed in reverse
+// order.
 struct PlatformServices {
   std::shared_ptr<LogSink> console;    // the engine's levelled log
   std::shared_ptr<LogSink> systemLog;  // plain lines of the positioning and map classes
@@ -46,6 +48,7 @@ struct PlatformServices {
   std::shared_ptr<HttpClient> http;
   std::shared_ptr<LocationServices> location;
   std::shared_ptr<CBCentralManager> bluetooth;
+  std::shared_ptr<WidgetFactory> widgets = nullptr;  // null where there is no screen: a host then makes no map view
 };
 
 // Destroy every object made on a Platform before the Platform itself.
@@ -70,6 +73,7 @@ class Platform {
   HttpClient& http() { return *services_.http; }
   LocationServices& location() { return *services_.location; }
   CBCentralManager& bluetooth() { return *services_.bluetooth; }
+  WidgetFactory* widgets() { return services_.widgets.get(); }  // null where there is no screen
   NotificationCenter& notificationCenter() { return notificationCenter_; }
   NotificationQueue& notificationQueue() { return *notificationQueue_; }
 

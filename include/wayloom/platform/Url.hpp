@@ -21,4 +21,10 @@ std::vector<std::string> urlPathComponents(std::string_view url);
 // for a file name. What is returned is one component of a path, always.
 std::optional<std::string> cacheFileNameForUrl(std::string_view prefix, std::string_view url);
 
+// The text without its percent escapes; nothing when one is malformed, or when the result is not UTF-8.
+std::optional<std::string> withoutPercentEscapes(std::string_view text);
+
+// The file: URL of an absolute path. Bytes that a URL must escape are escaped.
+std::string fileUrlForPath(std::string_view path);
+
 }  // namespace wayloom::platform

@@ -8,6 +8,7 @@
 //   const auto error = replayer.run(reader);
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,10 @@
 #include "wayloom/sim/RecordedEvent.hpp"
 #include "wayloom/sim/RecordingReader.hpp"
 #include "wayloom/sim/SimPlatform.hpp"
+
+namespace wayloom {
+class TWLMapView;
+}
 
 namespace wayloom::sim {
 
@@ -46,6 +51,8 @@ class ReplayListener {
   virtual void ranged(double t, const TGFBeaconList&, const TGFBeaconRegion&) {}
   virtual void requested(double t, const platform::HttpRequest&) {}
   virtual void logged(double t, LogChannel, std::string_view line) {}
+  // Only with ReplayOptions::viewMap: a script that the map view runs in its page.
+  virtual void scripted(double t, std::string_view script) {}
   // Only with ReplayOptions::explainElections. Comes after the position: a ranging is weighed when it has been told.
   virtual void elected(double t, const ElectionTrace&) {}
 };
@@ -57,6 +64,10 @@ struct ReplayOptions {
   // Compare the beacons' own distances instead of the platform's accuracies.
   bool useOwnDistance = false;
   bool explainElections = false;
+  // Shows this map in a view, as soon as the catalogue has it; empty: no view.
+  std::string viewMap{};
+  // As in SimOptions.
+  std::function<void(platform::PlatformServices&)> decorate{};
 };
 
 // One thread. The world begins with the first event, at its time; nothing is told once the destructor has begun.
@@ -76,6 +87,7 @@ class Replayer {
   // Null before the first event.
   SimPlatform* world();
   TWLManager* manager();
+  TWLMapView* view();  // null without ReplayOptions::viewMap, too
 
  private:
   struct World;

@@ -16,6 +16,7 @@
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/sim/SimBluetooth.hpp"
+#include "wayloom/sim/SimWidgets.hpp"
 #include "wayloom/sim/VenueHttpServer.hpp"
 #include "wayloom/sim/VirtualTime.hpp"
 
@@ -56,6 +57,8 @@ class SimPlatform {
   // Delivers what the radio and the platform report. Regions and positions may be delivered at any time.
   platform::RangerLocationServices& location() { return *location_; }
   VenueHttpServer& server() { return *server_; }
+  // The screen, unless `decorate` has put another in its place.
+  SimWidgetFactory& widgets() { return *widgets_; }
 
   const SimBluetooth& bluetooth() const { return *bluetooth_; }
   // The scanner hears only while Bluetooth is on: frames go to receive(), which drops them while it is not.
@@ -80,6 +83,7 @@ class SimPlatform {
   std::shared_ptr<platform::RangerLocationServices> location_;
   std::shared_ptr<SimBluetooth> bluetooth_;
   std::shared_ptr<VenueHttpServer> server_;
+  std::shared_ptr<SimWidgetFactory> widgets_;
   std::unique_ptr<platform::Platform> platform_;
 };
 
