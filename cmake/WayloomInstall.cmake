@@ -10,8 +10,9 @@ endif()
 install(TARGETS ${wayloom_targets} EXPORT WayloomTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/wayloom DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT WayloomTargets NAMESPACE wayloom:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom)
+set(wayloom_resources "${CMAKE_INSTALL_DATADIR}/wayloom/resources")
 configure_package_config_file(cmake/WayloomConfig.cmake.in "${PROJECT_BINARY_DIR}/WayloomConfig.cmake"
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom)
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom PATH_VARS wayloom_resources)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/WayloomConfigVersion.cmake" COMPATIBILITY SameMinorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/WayloomConfig.cmake" "${PROJECT_BINARY_DIR}/WayloomConfigVersion.cmake"
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom)

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/regions/MissingUsageDescription.hpp"
 
 #include "tools/Command.hpp"
@@ -91,6 +92,7 @@ sim::ReplayOptions replayOptions(const Options& options) {
   sim::ReplayOptions replay;
   replay.venue = options.venue;
   replay.documents = options.documents;
+  replay.libraryBundle = posix::libraryResources();
   replay.useOwnDistance = options.useOwnDistance;
   replay.explainElections = options.events == "all";
   replay.viewMap = options.viewMap;

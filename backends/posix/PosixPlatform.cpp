@@ -4,6 +4,7 @@
 #include "wayloom/posix/DirectoryBundle.hpp"
 #include "wayloom/posix/FileDeviceIdentity.hpp"
 #include "wayloom/posix/FileUserDefaults.hpp"
+#include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/posix/NoBluetooth.hpp"
 #include "wayloom/posix/PlistReader.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
@@ -28,9 +29,8 @@ void addFiles(PlatformServices& services, const PlatformOptions& options) {
 void addBundles(PlatformServices& services, const PlatformOptions& options) {
   services.propertyLists = std::make_shared<PlistReader>();
   services.mainBundle = std::make_shared<DirectoryBundle>(options.mainBundle, *services.propertyLists);
-  services.libraryBundle = options.libraryBundle.empty()
-                               ? services.mainBundle
-                               : std::make_shared<DirectoryBundle>(options.libraryBundle, *services.propertyLists);
+  services.libraryBundle =
+      std::make_shared<DirectoryBundle>(libraryResources(options.libraryBundle), *services.propertyLists);
 }
 
 // Without a radio: regions can be registered but not monitored.

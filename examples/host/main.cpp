@@ -1,4 +1,4 @@
-// A host in ten lines: prints a position whenever the library has one.
+// A host in ten lines: prints a position whenever the library has one, and keeps its maps up to date.
 //
 //   host BUNDLE DOCUMENTS
 //
@@ -19,8 +19,10 @@ struct Dot : wayloom::TWLManagerDelegate {
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   auto loop = std::make_shared<wayloom::posix::MainLoop>();
-  auto platform = wayloom::posix::makePlatform({.mainBundle = argv[1], .documents = argv[2], .loop = loop});
+  auto platform = wayloom::posix::makePlatform(
+      {.mainBundle = argv[1], .libraryBundle = MAP_PAGE, .documents = argv[2], .loop = loop});
   Dot dot;
   wayloom::TWLManager manager(*platform, &dot);
+  manager.updateMaps();
   loop->run();
 }

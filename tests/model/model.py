@@ -2,20 +2,23 @@
 """A second implementation of the positions that `wayloom replay` prints, to check the first one against.
 
 It shares no code with the library and is written for reading, not for speed: a fault has to be made twice to go
-unseen.  It covers kit matching, tracking, election, projection and the fallback on platform fixes.  Map updates,
-advertisements, uploads and whatever else never moves a position are left out.
+unseen.  It covers kit matching, tracking, election, projection, the fallback on platform fixes, and updates of the map
+configuration.  Map images, advertisements, uploads and whatever else never moves a position are left out, and so is what
+an earlier run left behind.
 
     model.py [--use-own-distance] VENUE RECORDING          (a RECORDING of "-" reads standard input)
 """
 import argparse
 import json
 import math
+import plistlib
 import re
 import struct
 import sys
 from dataclasses import dataclass, field
 from decimal import Decimal
 from pathlib import Path
+from urllib.parse import unquote, urlsplit
 
 SECOND = 1_000_000_000          # dates and ages are whole nanoseconds, so that every limit is compared exactly
 STANDARD_SCALE = 5.0            # standard pixels a metre
@@ -295,9 +298,50 @@ def read_json(path, default):
     return json.loads(path.read_text(encoding='utf-8')) if path.exists() else default
 
 
-def load_maps(venue):
-    document = read_json(Path(venue) / 'bundle' / 'map_config.json', {})
-    return {map_id: MapConfig(value) for map_id, value in document.items()}
+def parse_maps(path):
+    """The maps of a document by id, in its order; none when there is no usable document."""
+    try:
+        document = json.loads(path.read_text(encoding='utf-8'))
+    except (OSError, ValueError):
+        return {}
+    members = document.items() if isinstance(document, dict) else ()
+    return {map_id: MapConfig(value) for map_id, value in members if isinstance(value, dict)}
+
+
+def whole_seconds_of_date(path):
+    return path.stat().st_mtime_ns // SECOND
+
+
+class Maps:
+    """The loaded maps.  A server's document replaces them when it is dated later than the last update ended, in whole
+    seconds; before the first update, later than the built-in document."""
+
+    def __init__(self, venue):
+        self.built_in = Path(venue) / 'bundle' / 'map_config.json'
+        self.on_server = self._file_on_server(Path(venue))
+        self.loaded = parse_maps(self.built_in)
+        self.last_update = 0
+
+    @staticmethod
+    def _file_on_server(venue):
+        """Where the venue's server has the document; None when it has none, or nobody knows its address."""
+        settings = venue / 'bundle' / 'Wayloom.plist'
+        url = plistlib.loads(settings.read_bytes()).get('WLMapConfigURL', '') if settings.exists() else ''
+        steps = [step for step in unquote(urlsplit(url).path).split('/') if step]
+        path = venue.joinpath('server', *steps)
+        known = len(steps) > 1 and steps[0] == 'maps' and not {'.', '..'} & set(steps)
+        return path if known and path.is_file() else None
+
+    def update(self, now):
+        """Ends at once, as the server answers at once; images don't matter."""
+        if self.on_server is None:
+            return
+        built_in_date = whole_seconds_of_date(self.built_in) if self.built_in.exists() else 0
+        maps = self.loaded
+        if (self.last_update or built_in_date) < whole_seconds_of_date(self.on_server):
+            maps = parse_maps(self.on_server)
+        if maps:                                        # an update without maps never ends
+            self.loaded, self.last_update = maps, now // SECOND
 
 
 def ranged_beacon(kit, record):
@@ -308,20 +352,29 @@ def ranged_beacon(kit, record):
 def replay(venue, lines, use_own_distance=False):
     """Yields the location line of every ranging and fix.
 
-    A ranging is merged only after its own line: the position published with it is that of the moment before.
+    A ranging is merged only after its own line: the position published with it is that of the moment before.  Maps are
+    updated before the first line, and where a line says so while the network is up.
     """
     kit = Kit(read_json(Path(venue) / 'server' / 'kit.json', {}).get('kit') or {})
-    maps = load_maps(venue)
+    maps = Maps(venue)
     tracker = Tracker(use_own_distance)
+    network_is_up, begun = True, False
     for line in lines:
         record = json.loads(line, parse_float=Decimal)
-        if record.get('type') not in ('ranging', 'location'):
+        if 't' not in record:
             continue
         now = nanoseconds(record['t'])
+        if not begun or (record['type'] == 'update_maps' and network_is_up):
+            maps.update(now)
+        begun = True
+        if record['type'] == 'network':
+            network_is_up = record['up']
+        if record['type'] not in ('ranging', 'location'):
+            continue
         if record['type'] == 'location':
             stamp = nanoseconds(record.get('timestamp', record['t']))
             tracker.offer_fix(Fix(*(float(record[key]) for key in ('latitude', 'longitude', 'accuracy')), stamp), now)
-        yield {'t': float(record['t']), 'event': 'location', **position(tracker, maps, now)}
+        yield {'t': float(record['t']), 'event': 'location', **position(tracker, maps.loaded, now)}
         if record['type'] == 'ranging':
             tracker.merge([ranged_beacon(kit, beacon) for beacon in record['beacons']], now)
 

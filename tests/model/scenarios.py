@@ -8,11 +8,13 @@ liberties a kit or a map document has.
 import argparse
 import json
 import math
+import os
 import plistlib
 import random
 import uuid
 from dataclasses import dataclass
 from pathlib import Path
+from urllib.parse import quote
 
 import model
 
@@ -46,11 +48,14 @@ class Scenario:
         self.unmeasured = self.rng.choice((0.04, 0.04, 0.5))        # share of beacons without a power at one metre
         self.maps = self.make_maps()
         self.configs = {map_id: model.MapConfig(document) for map_id, document in self.maps.items()}
+        self.map_path = self.rng.choice(('maps/map_config.json',) * 6 + ('maps/v2/Ü b.json', 'plans/map_config.json'))
+        self.server_maps = self.make_server_maps()
         self.transmitters = self.make_transmitters()
         self.kit = {'id': 7, 'name': 'venue', 'ibeacons': self.make_entries()}
         if self.chance(0.2):
             self.kit |= {'status_url': 'http://status.example/api', 'status_token': 'token'}
         self.now = round(self.rng.choice((0, 1, 1.1, 1700000000, 1700000000.1, 1718000000.25)) * MICRO)
+        self.dates = self.make_dates()
         self.lines = [{'type': 'header', 'version': 1}] if self.chance(0.7) else []
         self.record()
 
@@ -100,6 +105,30 @@ class Scenario:
         if self.odd and self.chance(0.3):
             maps['nothing'] = self.rng.choice((None, 'text', [], 5))
         return maps
+
+    def make_server_maps(self):
+        """The text of the server's document, or None: other geometry for some of the maps, new ones, fewer, none."""
+        if self.chance(0.2):
+            return None
+        if self.chance(0.15):
+            return self.rng.choice(('', '{}', '{"lobby": {}', '[]', '{"lobby": 7}', 'gone'))
+        document = dict(self.rng.sample(list(self.maps.items()), self.rng.randint(1, len(self.maps))))
+        for map_id, value in document.items():
+            if isinstance(value, dict) and self.chance(0.7):
+                document[map_id] = value | {'rotation_degrees': self.rng.uniform(-180, 180),
+                                            'map_corner_offset_x': self.rng.uniform(0, 300)}
+        if self.chance(0.3):
+            document['attic'] = next(iter(self.maps.values()))
+        return json.dumps(document)
+
+    def make_dates(self):
+        """Of the built-in and of the server's document, nanoseconds: close to one another, and around the recording
+        or long before or after it."""
+        first = self.now * 1000
+        base = max(model.SECOND, self.rng.choice((first, first + 60 * model.SECOND, 1600000000 * model.SECOND,
+                                                  1790000000 * model.SECOND))) // model.SECOND * model.SECOND
+        steps = (0, 1, 400000000, 999999999, model.SECOND, 90 * model.SECOND)
+        return base + self.rng.choice(steps), base + self.rng.choice(steps + steps[-1:] * 4)
 
     def make_transmitters(self):
         found = {}
@@ -167,7 +196,8 @@ class Scenario:
     # Recording
 
     def record(self):
-        phases = (self.walk, self.walk, self.standing, self.gap, self.silence, self.fixes, self.aging_fix, self.noise)
+        phases = (self.walk, self.walk, self.standing, self.gap, self.silence, self.fixes, self.aging_fix, self.noise,
+                  self.update_maps)
         self.walk()
         for _ in range(self.rng.randint(3, 9)):
             self.rng.choice(phases)()
@@ -233,6 +263,13 @@ class Scenario:
         region = self.region(self.rng.choice(self.transmitters).identity[0])
         self.line(self.rng.choice(('enter', 'exit')), region=region)
 
+    def update_maps(self):
+        is_up = self.chance(0.7)
+        self.line('network', up=is_up)
+        self.line('update_maps')
+        if self.chance(0.5):
+            self.line('network', up=True)
+
     def fix(self, age=None):
         if age is None:
             age = self.rng.choice((0, 0.4, 3, 14, 14.999999, 15, 15.000001, -14.999999, -15, 200))
@@ -295,9 +332,15 @@ class Scenario:
         for directory in (bundle, server):
             directory.mkdir(parents=True)
         (bundle / 'map_config.json').write_text(json.dumps(self.maps, indent=1), encoding='utf-8')
+        os.utime(bundle / 'map_config.json', ns=(self.dates[0],) * 2)
+        if self.server_maps is not None:
+            path = server / self.map_path
+            path.parent.mkdir(parents=True)
+            path.write_text(self.server_maps, encoding='utf-8')
+            os.utime(path, ns=(self.dates[1],) * 2)
         (server / 'kit.json').write_text(json.dumps({'kit': self.kit}, indent=1), encoding='utf-8')
         for name, content in (('Geofold', URLS), ('Info', {'NSLocationAlwaysUsageDescription': 'Shows where you are.'}),
-                              ('Wayloom', URLS | {'WLMapConfigURL': 'http://maps.example/maps/map_config.json'})):
+                              ('Wayloom', URLS | {'WLMapConfigURL': 'http://maps.example/' + quote(self.map_path)})):
             (bundle / (name + '.plist')).write_bytes(plistlib.dumps(content))
         with open(Path(folder) / 'recording.jsonl', 'w', encoding='utf-8') as recording:
             recording.writelines(json.dumps(line) + '\n' for line in self.lines)

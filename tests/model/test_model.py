@@ -1,6 +1,8 @@
 """Cases worked out by hand, so that the model is not only compared with what it is meant to check."""
 import json
 import math
+import os
+import plistlib
 import tempfile
 import unittest
 from pathlib import Path
@@ -156,6 +158,46 @@ class PositionTest(unittest.TestCase):
         self.assertEqual(Walk(map_pixel_width=199).fix(1, 1).locations()[0]['map_id'], 'annex')
         self.assertEqual(Walk(geolocation_enabled=False).fix(1, 1).locations()[0]['map_id'], 'annex')
         self.assertEqual(Walk().fix(1, 1, longitude=1.0).locations(), [{'t': 1.0, 'event': 'location', 'map_id': None}])
+
+
+class MapUpdateTest(unittest.TestCase):
+    """The server's map is the built-in one moved by 100 standard pixels."""
+
+    def offsets(self, *lines, built_in=1000.0, server=1000.0, content=None, path='/maps/map%20config.json'):
+        offset = 'map_corner_offset_x'
+        moved = {'lobby': {'pixels_per_meter': 5, offset: 100, 'map_pixel_width': 500, 'map_pixel_height': 500,
+                           'geolocation_enabled': True}}
+        files = {'bundle/map_config.json': (json.dumps({'lobby': moved['lobby'] | {offset: 0}}), built_in),
+                 'server/maps/map config.json': (json.dumps(moved) if content is None else content, server)}
+        with tempfile.TemporaryDirectory() as folder:
+            for name, (text, date) in files.items():
+                file = Path(folder) / name
+                file.parent.mkdir(parents=True, exist_ok=True)
+                file.write_text(text)
+                os.utime(file, (date, date))
+            settings = plistlib.dumps({'WLMapConfigURL': 'http://maps.example' + path})
+            (Path(folder) / 'bundle' / 'Wayloom.plist').write_bytes(settings)
+            fix = {'type': 'location', 'latitude': 0, 'longitude': 0, 'accuracy': 1}
+            texts = [json.dumps({'t': t} | (fix if members is None else members)) for t, members in lines]
+            return [round(line['x']) for line in model.replay(folder, texts)]
+
+    def test_newer_document_counts_from_the_start(self):
+        first = (2000, None)
+        self.assertEqual(self.offsets(first), [0])
+        self.assertEqual(self.offsets(first, server=1001.0), [100])
+        self.assertEqual(self.offsets(first, built_in=1000.9, server=1000.95), [0])
+        self.assertEqual(self.offsets(first, built_in=1000.9, server=1001.0), [100])
+        self.assertEqual(self.offsets(first, server=1001.0, path='/plans/map%20config.json'), [0])
+        for useless in ('', '{', '{}', '[{}]', '{"lobby": 1}'):
+            self.assertEqual(self.offsets(first, server=1001.0, content=useless), [0], useless)
+
+    def test_later_updates_compare_with_the_last(self):
+        update, down = {'type': 'update_maps'}, {'type': 'network', 'up': False}
+        dates = {'built_in': 3000.0, 'server': 2500.0}                # not newer than the built-in one
+        self.assertEqual(self.offsets((2400, None), (2400, update), (2400, None), **dates), [0, 100])
+        self.assertEqual(self.offsets((2500, None), (2501, update), (2501, None), **dates), [0, 0])
+        self.assertEqual(self.offsets((2400, down), (2400, update), (2400, None), **dates), [0])
+        self.assertEqual(self.offsets((0.9, None), (1, update), (1, None), **dates), [0, 0])    # 0 is never
 
 
 if __name__ == '__main__':

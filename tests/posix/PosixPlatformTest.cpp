@@ -1,7 +1,10 @@
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 
 #include "wayloom/platform/RangerLocationServices.hpp"
+#include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
 
 #include "tests/posix/TemporaryDirectory.hpp"
@@ -23,7 +26,7 @@ TEST(PosixPlatform, WorksAsAWholeAndAcrossRestarts) {
     const auto loop = std::make_shared<MainLoop>();
     const auto platform = makePlatform({.mainBundle = "bundle", .documents = "documents", .loop = loop});
     EXPECT_EQ(platform->mainBundle().infoDictionary(), platform::Json({{"K", true}}));
-    EXPECT_TRUE(platform->libraryBundle().pathForResource("Info", "plist"));
+    EXPECT_TRUE(platform->libraryBundle().pathForResource("map", "html")) << "those of the build folder";
     EXPECT_FALSE(platform->files().writeFileAtomically(directory / "documents/x", "x"));
     EXPECT_EQ(platform->userDefaults().integerForKey("runs"), run);
     platform->userDefaults().setInteger("runs", run + 1);
@@ -55,6 +58,17 @@ TEST(PosixPlatform, TakesTheHostsRadio) {
   const auto platform =
       makePlatform({.mainBundle = directory.path(), .documents = directory.path(), .location = radio});
   EXPECT_EQ(&platform->location(), radio.get());
+}
+
+TEST(LibraryResources, AreThoseNamedElseThoseBesideTheProgram) {
+  const std::string ofTheBuild = std::string(WAYLOOM_BINARY_DIR) + "/share/wayloom/resources";
+  EXPECT_EQ(std::filesystem::canonical(libraryResources()), std::filesystem::canonical(ofTheBuild));
+  ::setenv("WAYLOOM_RESOURCES", "/elsewhere", 1);
+  EXPECT_EQ(libraryResources(), "/elsewhere");
+  EXPECT_EQ(libraryResources("given"), "given");
+  ::setenv("WAYLOOM_RESOURCES", "", 1);
+  EXPECT_EQ(std::filesystem::canonical(libraryResources()), std::filesystem::canonical(ofTheBuild));
+  ::unsetenv("WAYLOOM_RESOURCES");
 }
 
 }  // namespace
