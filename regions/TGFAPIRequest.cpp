@@ -21,22 +21,34 @@ TGFAPIRequest::TGFAPIRequest(platform::Platform& platform, std::optional<std::st
 TGFAPIRequest::~TGFAPIRequest() = default;
 
 void TGFAPIRequest::getHandler(const Url& url, Handler handler) {
-  auto& transfer = transfers_.emplace_back();
-  transfer.queue = platform_.tasks().makeSerialQueue("TGFAPIRequest");
-  transfer.task = platform_.http().send(
-      makeRequest("GET", url), *transfer.queue, [this, url, handler = std::move(handler)](HttpResponse response) {
-        processResponseDataErrorUrlHandler(response.body, std::move(response.error), url, handler);
-      });
+  send(makeRequest("GET", url), [this, url, handler = std::move(handler)](HttpResponse response) {
+    processResponseDataErrorUrlHandler(response.body, std::move(response.error), url, handler);
+  });
 }
 
 TGFAPIRequest::Bytes TGFAPIRequest::postBody(const Url& url, std::string body) {
+  auto response = platform_.http().sendSynchronously(makePost(url, std::move(body)));
+  return response.error ? std::nullopt : Bytes(std::move(response.body));
+}
+
+void TGFAPIRequest::postBodyHandler(const Url& url, std::string body, PostHandler handler) {
+  send(makePost(url, std::move(body)), [handler = std::move(handler)](HttpResponse response) {
+    handler(response.error ? std::nullopt : Bytes(std::move(response.body)));
+  });
+}
+
+void TGFAPIRequest::send(platform::HttpRequest request, platform::HttpClient::Handler handler) {
+  auto& transfer = transfers_.emplace_back();
+  transfer.queue = platform_.tasks().makeSerialQueue("TGFAPIRequest");
+  transfer.task = platform_.http().send(std::move(request), *transfer.queue, std::move(handler));
+}
+
+platform::HttpRequest TGFAPIRequest::makePost(const Url& url, std::string body) const {
   auto request = makeRequest("POST", url);
   request.headers.emplace_back("Content-Type", "application/json");
   request.headers.emplace_back("Accept", "application/json");
   request.body = std::move(body);
-  auto response = platform_.http().sendSynchronously(std::move(request));
-  if (response.error) return std::nullopt;
-  return std::move(response.body);
+  return request;
 }
 
 platform::HttpRequest TGFAPIRequest::makeRequest(std::string method, const Url& url) const {

@@ -87,8 +87,7 @@ void TGFManager::locationManagerDidRangeBeaconsInRegion(CLLocationManager* manag
     status = status_;
   }
   if (kit && !tellRanging(*kit, beacons, region)) return;
-  if (!status) return;
-  for (const auto& beacon : beacons) status->rangedBeacon(beacon);
+  if (status) status->rangedBeacons(beacons);
 }
 
 bool TGFManager::tellRanging(const TGFKit& kit, std::span<const CLBeacon> beacons, const CLBeaconRegionPtr& region) {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "wayloom/analytics/TGFAnalyticsEvent.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/maps/TWLMapView.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
@@ -169,8 +170,9 @@ void Replayer::World::hand(const RecordedEvent& event) {
       return sim.server().setNetworkUp(event.networkUp);
     case RecordedType::updateMaps:
       return manager->updateMaps();
-    case RecordedType::header:
     case RecordedType::event:
+      return TGFAnalyticsEvent::postEventWithDetails(sim.platform(), event.eventType, event.details);
+    case RecordedType::header:
     case RecordedType::truth:
     case RecordedType::unknown:
       return;

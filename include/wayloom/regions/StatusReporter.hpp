@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "wayloom/platform/CLBeacon.hpp"
 
 namespace wayloom {
@@ -10,7 +12,11 @@ class StatusReporter {
  public:
   virtual ~StatusReporter() = default;
 
-  virtual void rangedBeacon(const platform::CLBeacon& beacon) = 0;  // every beacon of every ranging
+  virtual void rangedBeacon(const platform::CLBeacon& beacon) = 0;
+  // Every beacon of every ranging.
+  virtual void rangedBeacons(std::span<const platform::CLBeacon> beacons) {
+    for (const auto& beacon : beacons) rangedBeacon(beacon);
+  }
 };
 
 }  // namespace wayloom

@@ -41,6 +41,9 @@ class TGFAPIRequest {
 
   // Posts and blocks until the answer is there; nothing when the transfer failed. Not for the main thread.
   Bytes postBody(const Url& url, std::string body);
+  // The same without blocking: the handler runs once, on a serial queue of this request's own.
+  using PostHandler = std::function<void(Bytes answer)>;
+  void postBodyHandler(const Url& url, std::string body, PostHandler handler);
 
   // An array or object; nothing, with a log line, for anything else, and nothing for no bytes.
   std::optional<platform::Json> parseResponse(std::optional<std::string_view> bytes);
@@ -58,6 +61,8 @@ class TGFAPIRequest {
   };
 
   platform::HttpRequest makeRequest(std::string method, const Url& url) const;
+  platform::HttpRequest makePost(const Url& url, std::string body) const;
+  void send(platform::HttpRequest request, platform::HttpClient::Handler handler);
   void processResponseDataErrorUrlHandler(const std::string& bytes, std::optional<platform::Error> error,
                                           const Url& url, const Handler& handler);
 

@@ -15,13 +15,21 @@ namespace platform {
 class Platform;
 }
 
-// Makes the two services that a region manager owns besides its kit. Without a function, the manager has none.
+// Makes the two services that a region manager owns besides its kit: at first a TGFAnalytics and a TPLStatusManager. A
+// host may replace either; with a null function, the manager has none.
 struct TGFManagerServices {
+  using MakeAnalytics = std::function<std::unique_ptr<AnalyticsRecorder>(platform::Platform&, TGFManager&)>;
+  using MakeStatus = std::function<std::unique_ptr<StatusReporter>(platform::Platform&, const std::string& url,
+                                                                   const std::string& token)>;
+
+  TGFManagerServices();
+  // The manager records and reports nothing.
+  static TGFManagerServices none();
+
   // Called once, at the end of the manager's construction; the recorder may keep the reference.
-  std::function<std::unique_ptr<AnalyticsRecorder>(platform::Platform&, TGFManager&)> makeAnalytics;
+  MakeAnalytics makeAnalytics;
   // Called whenever a kit that names a status server is put into effect, on the queue of that kit's download.
-  std::function<std::unique_ptr<StatusReporter>(platform::Platform&, const std::string& url, const std::string& token)>
-      makeStatus;
+  MakeStatus makeStatus;
 };
 
 }  // namespace wayloom

@@ -1,0 +1,112 @@
+#include "wayloom/status/TPLAPIRequest.hpp"
+
+#include <utility>
+
+#include "wayloom/platform/JsonParser.hpp"
+#include "wayloom/platform/Platform.hpp"
+#include "wayloom/platform/Url.hpp"
+#include "wayloom/status/TPLDevice.hpp"
+#include "wayloom/status/TPLStatusManager.hpp"
+
+namespace wayloom {
+
+using platform::Error;
+using platform::HttpRequest;
+using platform::HttpResponse;
+using platform::Json;
+
+TPLAPIRequest::TPLAPIRequest(platform::Platform& platform, std::optional<std::string> token)
+    : platform_(platform), apiToken_(std::move(token)) {}
+
+TPLAPIRequest::~TPLAPIRequest() = default;
+
+HttpRequest TPLAPIRequest::newApiRequest(const Url& url) const {
+  HttpRequest request;
+  request.url = url.value_or("");
+  request.headers = {{"AUTHORIZATION", "Token token=\"" + apiToken_.value_or("") + "\""},
+                     {"X-PL-AppID", TPLDevice::getUUID(platform_)},
+                     {"X-PL-FrameworkVersion", TPLStatusManager::getVersion()}};
+  return request;
+}
+
+HttpRequest TPLAPIRequest::newPostRequest(const Url& url) const {
+  auto request = newApiRequest(url);
+  request.method = "POST";
+  request.headers.emplace_back("Content-Type", "application/json");
+  request.headers.emplace_back("Accept", "application/json");
+  return request;
+}
+
+std::optional<Error> TPLAPIRequest::postSyncBody(const Url& url, std::string json) {
+  auto request = newPostRequest(url);
+  request.body = std::move(json);
+  return platform_.http().sendSynchronously(std::move(request)).error;
+}
+
+std::unique_ptr<platform::HttpTask> TPLAPIRequest::startPost(const Url& url, std::string json,
+                                                             platform::TaskQueue& queue, PostHandler handler) {
+  auto request = newPostRequest(url);
+  request.body = std::move(json);
+  return platform_.http().send(std::move(request), queue, [handler = std::move(handler)](HttpResponse response) {
+    handler(std::move(response.error));
+  });
+}
+
+void TPLAPIRequest::getHandler(const Url& url, Handler handler) {
+  sendTwice(newApiRequest(url), url, std::move(handler));
+}
+
+void TPLAPIRequest::postBodyHandler(const Url& url, std::string json, Handler handler) {
+  auto request = newPostRequest(url);
+  request.body = std::move(json);
+  sendTwice(request, url, std::move(handler));
+}
+
+void TPLAPIRequest::sendTwice(const HttpRequest& request, const Url& url, Handler handler) {
+  auto& transfer = transfers_.emplace_back();
+  transfer.queue = platform_.tasks().makeSerialQueue("TPLAPIRequest");
+  transfer.unheeded = platform_.http().send(request, *transfer.queue, [](const HttpResponse&) {});
+  transfer.task =
+      platform_.http().send(request, *transfer.queue, [this, url, handler = std::move(handler)](HttpResponse response) {
+        processResponseDataErrorUrlHandler(response.body, std::move(response.error), url, handler);
+      });
+}
+
+// The handler comes last and may destroy this object.
+void TPLAPIRequest::processResponseDataErrorUrlHandler(const std::string& bytes, std::optional<Error> error,
+                                                       const Url& url, const Handler& handler) {
+  if (!error && !bytes.empty()) {
+    writeToDiskFromURL(bytes, url);
+    return handler(std::nullopt, parseResponse(bytes));
+  }
+  if (!error) error = Error{"Pulsekeep", 204, "No Data"};
+  handler(std::move(error), parseResponse(readFromDisk(url)));
+}
+
+std::optional<Json> TPLAPIRequest::parseResponse(const std::optional<std::string>& bytes) const {
+  if (!bytes) return std::nullopt;
+  auto parsed = platform::parseJson(*bytes).value;
+  return parsed && parsed->is_structured() ? std::move(parsed) : std::nullopt;
+}
+
+std::optional<std::string> TPLAPIRequest::fileNameFrom(const Url& url) const {
+  return url ? platform::cacheFileNameForUrl("pulsekeep", *url) : std::nullopt;
+}
+
+std::optional<std::string> TPLAPIRequest::pathToFileForURL(const Url& url) const {
+  const auto name = fileNameFrom(url);
+  return name ? std::optional(platform_.files().documentsDirectory() + "/" + *name) : std::nullopt;
+}
+
+void TPLAPIRequest::writeToDiskFromURL(std::string_view bytes, const Url& url) {
+  const auto path = pathToFileForURL(url);
+  const auto error = path ? platform_.files().writeFileAtomically(*path, bytes) : std::nullopt;
+  if (error) platform_.systemLog().write("The status server's answer can't be kept: " + error->description);
+}
+
+std::optional<std::string> TPLAPIRequest::readFromDisk(const Url& url) const {
+  const auto path = pathToFileForURL(url);
+  return path ? platform_.files().readFile(*path) : std::nullopt;
+}
+
+}  // namespace wayloom

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+
+namespace wayloom {
+
+namespace platform {
+class Platform;
+}
+
+namespace storage {
+
+// What all queues of one Platform on one file share.
+struct DatabaseFile {
+  // Shared while a connection is used. Alone while one is opened: a file that somebody removed is begun anew, and until
+  // that is done no other connection may touch the old one's log.
+  std::shared_mutex gate;
+  // Held by whoever writes. It hands the turn on at once, where SQLite's own waiting sleeps and gives up.
+  std::mutex writer;
+  // Grows when the file is begun anew; under `gate`.
+  std::uint64_t generation = 0;
+
+  // A path of "" is nobody else's.
+  static std::shared_ptr<DatabaseFile> at(platform::Platform& platform, const std::string& path);
+};
+
+}  // namespace storage
+}  // namespace wayloom

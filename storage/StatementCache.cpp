@@ -1,0 +1,127 @@
+#include "storage/StatementCache.hpp"
+
+#include <atomic>
+
+namespace wayloom::storage {
+namespace {
+
+constexpr int kPrimaryCode = 0xFF;
+
+std::uint64_t nextEpoch() {
+  static std::atomic<std::uint64_t> last{0};
+  return ++last;
+}
+
+// A file name as a URI, which alone can say that the file never changes.
+std::string immutableUri(const std::string& path) {
+  std::string uri = "file:";
+  for (const char character : path) {
+    constexpr std::string_view kHex = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte > ' ' && byte < 0x7F && std::string_view("%?#").find(character) == std::string_view::npos)
+      uri += character;
+    else
+      (uri += '%').append({kHex[byte >> 4U], kHex[byte & 0xFU]});
+  }
+  return uri + "?immutable=1";
+}
+
+struct Binder {
+  sqlite3_stmt* statement;
+  int place;
+  sqlite3_destructor_type lifetime;
+
+  int operator()(std::monostate) const { return sqlite3_bind_null(statement, place); }
+  int operator()(std::int64_t number) const { return sqlite3_bind_int64(statement, place, number); }
+  int operator()(double number) const { return sqlite3_bind_double(statement, place, number); }
+  int operator()(std::string_view text) const {
+    return sqlite3_bind_text64(statement, place, text.data() == nullptr ? "" : text.data(), text.size(), lifetime,
+                               SQLITE_UTF8);
+  }
+  int operator()(Blob blob) const {
+    return sqlite3_bind_blob64(statement, place, blob.bytes.data(), blob.bytes.size(), lifetime);
+  }
+};
+
+}  // namespace
+
+DatabaseConnection::State::State(const std::optional<std::string>& path, Access access) : epoch(nextEpoch()) {
+  const std::string name = path.value_or(":memory:");
+  if (access == Access::readWrite) {
+    open(name, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    return;
+  }
+  open(name, SQLITE_OPEN_READONLY);
+  if (handle != nullptr) note(sqlite3_exec(handle, "select count(*) from sqlite_master;", nullptr, nullptr, nullptr));
+  if (handle == nullptr || !error || (error->code != SQLITE_CANTOPEN && error->code != SQLITE_READONLY)) return;
+  // Reading takes an index of the log, which can't be made here: take the file for one that nobody changes.
+  sqlite3_close_v2(handle);
+  error.reset();
+  open(immutableUri(name), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+}
+
+void DatabaseConnection::State::open(const std::string& name, int flags) {
+  const int result = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (note(result)) {
+    const auto countRollback = [](void* current) { *static_cast<std::uint64_t*>(current) = nextEpoch(); };
+    sqlite3_rollback_hook(handle, countRollback, &epoch);
+    return;
+  }
+  sqlite3_close_v2(handle);
+  handle = nullptr;
+}
+
+DatabaseConnection::State::~State() {
+  for (auto& [text, statement] : cache) sqlite3_finalize(statement.handle);
+  sqlite3_close_v2(handle);
+}
+
+sqlite3_stmt* DatabaseConnection::State::prepare(std::string_view text, unsigned flags) {
+  sqlite3_stmt* prepared = nullptr;
+  note(sqlite3_prepare_v3(handle, text.data(), static_cast<int>(text.size()), flags, &prepared, nullptr));
+  return prepared;
+}
+
+ResultSet::Statement* DatabaseConnection::State::acquire(std::string_view text) {
+  if (handle == nullptr) return nullptr;
+  auto entry = cache.find(text);
+  if (entry == cache.end()) {
+    auto* prepared = prepare(text, SQLITE_PREPARE_PERSISTENT);
+    if (prepared == nullptr) return nullptr;
+    entry = cache.emplace(text, Statement{prepared, this, false, true}).first;
+  }
+  if (!entry->second.inUse) {
+    entry->second.inUse = true;
+    return &entry->second;
+  }
+  auto* another = prepare(text, 0);
+  return another == nullptr ? nullptr : new Statement{another, this, true, false};
+}
+
+void DatabaseConnection::State::release(Statement* statement) {
+  if (!statement->isCached) {
+    sqlite3_finalize(statement->handle);
+    delete statement;
+    return;
+  }
+  sqlite3_reset(statement->handle);
+  sqlite3_clear_bindings(statement->handle);
+  statement->inUse = false;
+}
+
+bool DatabaseConnection::State::bind(Statement& statement, std::initializer_list<DatabaseValue> arguments,
+                                     sqlite3_destructor_type lifetime) {
+  int place = 0;
+  for (const auto& argument : arguments)
+    if (!note(std::visit(Binder{statement.handle, ++place, lifetime}, argument.content()))) return false;
+  return true;
+}
+
+bool DatabaseConnection::State::note(int result) {
+  if (result == SQLITE_OK || result == SQLITE_ROW || result == SQLITE_DONE) return true;
+  if (!error)
+    error = DatabaseError{result & kPrimaryCode, handle == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(handle)};
+  return false;
+}
+
+}  // namespace wayloom::storage
