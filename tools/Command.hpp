@@ -28,5 +28,6 @@ void registerReplay(CLI::App& app);
 void registerEvaluate(CLI::App& app);
 void registerSimulate(CLI::App& app);
 void registerServe(CLI::App& app);
+void registerDump(CLI::App& app);
 
 }  // namespace wayloom::tools

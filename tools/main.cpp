@@ -27,6 +27,7 @@ int run(int argc, char** argv) {
   registerEvaluate(app);
   registerSimulate(app);
   registerServe(app);
+  registerDump(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& failure) {
