@@ -14,14 +14,12 @@ void OwnStyle::set(const std::string& declarations) {
   gtk_css_provider_load_from_data(provider_.get(), sheet.c_str(), static_cast<gssize>(sheet.size()));
 }
 
-// Percentages in whole thousandths: a locale may write a decimal comma.
+// In whole numbers: a locale may write a decimal comma.
 std::string cssColour(const platform::Grey& grey) {
-  const auto percent = [](double part) {
-    const long thousandths = std::lround(part * 1000.0);
-    return std::to_string(thousandths / 10) + "." + std::to_string(thousandths % 10) + "%";
-  };
-  const auto white = percent(grey.white);
-  return "rgba(" + white + "," + white + "," + white + "," + percent(grey.alpha) + ")";
+  const auto white = std::to_string(std::lround(grey.white * 255.0));
+  const long thousandths = std::lround(grey.alpha * 1000.0);
+  const auto fraction = std::to_string(1000 + thousandths % 1000).substr(1);
+  return "rgba(" + white + "," + white + "," + white + "," + std::to_string(thousandths / 1000) + "." + fraction + ")";
 }
 
 }  // namespace wayloom::gtk
