@@ -65,9 +65,9 @@ struct Session {
   int beacons = 0;  // seen more than once
 };
 struct Stored {
-  std::map<std::string, Session> regions;  // by UUID
-  std::map<int, bool> events;              // whether uploaded
-  std::map<std::string, bool> sightings;
+  std::map<std::string, Session> regions;                 // by UUID
+  std::map<int, bool> events;                             // whether uploaded
+  std::map<std::pair<std::string, int>, bool> sightings;  // by UUID and minor
 };
 
 // The file, which must be sound; null when it, or its table, is missing: a process that is killed early leaves no more.
@@ -93,9 +93,12 @@ Stored readStores(const std::string& folder) {
     for (const auto& row : analytics->rows("select cast(event_details as text), uploaded_at from events"))
       stored.events[platform::parseJson(row[0]).value.value_or(Json())["n"].get<int>()] = !row[1].empty();
   }
-  if (const auto status = open(folder + "/Pulsekeep.sqlite", "beacon_sessions"))
-    for (const auto& row : status->rows("select beacon_uuid, uploaded_at from beacon_sessions"))
-      stored.sightings[row[0]] = !row[1].empty();
+  if (const auto status = open(folder + "/Pulsekeep.sqlite", "beacon_sessions")) {
+    for (const auto& row : status->rows("select beacon_uuid, beacon_minor, uploaded_at from beacon_sessions")) {
+      const auto isNew = stored.sightings.emplace(std::pair(row[0], std::stoi(row[1])), !row[2].empty()).second;
+      EXPECT_TRUE(isNew) << "recorded twice: " << row[0];
+    }
+  }
   return stored;
 }
 
@@ -158,7 +161,8 @@ class KilledTest : public testing::Test {
     }
     for (std::string line; std::getline(statusJournal_, line);) {
       const auto document = bodyOf(line);
-      for (const auto& event : document["beacon_status_events"]) received_.sightings[event["uuid"]] = true;
+      for (const auto& event : document["beacon_status_events"])
+        received_.sightings[{event["uuid"], event["minor"]}] = true;
     }
     analyticsJournal_.clear();
     statusJournal_.clear();
@@ -176,13 +180,14 @@ class KilledTest : public testing::Test {
     for (const int number : acknowledged_["exit"]) EXPECT_TRUE(session(number).isClosed) << "exit " << number;
     for (const int number : acknowledged_["event"]) EXPECT_EQ(stored.events.count(number), 1U) << number;
     for (const int number : acknowledged_["status"])
-      EXPECT_EQ(stored.sightings.count(numberedUuid(number)), 1U) << "status " << number;
+      for (int minor = 0; minor < kBeaconsOfARegion; ++minor)
+        EXPECT_EQ(stored.sightings.count({numberedUuid(number), minor}), 1U) << "status " << number;
     for (const auto& [uuid, found] : stored.regions)
       EXPECT_TRUE(!found.isUploaded || received_.regions[uuid].isClosed) << uuid;
     for (const auto& [number, isUploaded] : stored.events)
       EXPECT_TRUE(!isUploaded || received_.events.count(number) == 1) << "event " << number;
-    for (const auto& [uuid, isUploaded] : stored.sightings)
-      EXPECT_TRUE(!isUploaded || received_.sightings.count(uuid) == 1) << "status " << uuid;
+    for (const auto& [beacon, isUploaded] : stored.sightings)
+      EXPECT_TRUE(!isUploaded || received_.sightings.count(beacon) == 1) << "status " << beacon.first;
   }
 
   void drain() {
@@ -192,7 +197,7 @@ class KilledTest : public testing::Test {
     expectNothingLost(stored);
     for (const auto& [uuid, session] : stored.regions) EXPECT_EQ(session.isUploaded, session.isClosed) << uuid;
     for (const auto& [number, isUploaded] : stored.events) EXPECT_TRUE(isUploaded) << "event " << number;
-    for (const auto& [uuid, isUploaded] : stored.sightings) EXPECT_TRUE(isUploaded) << "status " << uuid;
+    for (const auto& [beacon, isUploaded] : stored.sightings) EXPECT_TRUE(isUploaded) << "status " << beacon.first;
   }
 
   std::string bundle() const { return venue_.path() + "/to-server"; }

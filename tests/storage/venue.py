@@ -3,19 +3,16 @@ import argparse
 import http.server
 import json
 import pathlib
-import random
 import sqlite3
 import threading
 
 UUID = '5A0E1C9E-0000-4B7E-8000-000000000001'
 
 
-def arguments(**more):
+def arguments():
     parser = argparse.ArgumentParser()
     parser.add_argument('--command', required=True)
     parser.add_argument('--driver', required=True)
-    for name, default in more.items():
-        parser.add_argument('--' + name, type=type(default), default=default)
     return parser.parse_args()
 
 
@@ -51,12 +48,10 @@ def rows(path, query):
 
 
 class Server:
-    """Serves the kit, and keeps every document posted. With a fault rate it is slow, answers garbage, or hangs up."""
+    """Serves the kit, and keeps every document posted."""
 
-    def __init__(self, faults=0.0, seed=1):
+    def __init__(self):
         self.posts = []
-        self.faults = faults
-        self.random = random.Random(seed)
         server = self
 
         class Handler(http.server.BaseHTTPRequestHandler):
@@ -67,24 +62,11 @@ class Server:
 
             def do_POST(self):
                 body = self.rfile.read(int(self.headers['Content-Length']))
-                fault = server.random.random() / server.faults if server.faults else 1
-                if fault < 0.3:
-                    self.close_connection = True
-                    return
                 server.posts.append((self.path, json.loads(body)))
-                if fault < 0.5:
-                    self.wfile.write(b'\0garbage, not HTTP\r\n\r\n')
-                    self.close_connection = True
-                elif fault < 0.7:
-                    threading.Event().wait(0.3)
-                    self.answer(b'late')
-                elif fault < 1:
-                    self.answer(b'<html>no', 500)
-                else:
-                    self.answer(b'')
+                self.answer(b'')
 
-            def answer(self, body, status=200):
-                self.send_response(status)
+            def answer(self, body):
+                self.send_response(200)
                 self.send_header('Content-Length', str(len(body)))
                 self.end_headers()
                 try:

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 #include "wayloom/analytics/TGFAnalytics.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
@@ -55,11 +56,12 @@ class Recorder {
     const auto region = std::make_shared<const TGFBeaconRegion>(Json{{"uuid", uuid}, {"major", 1}, {"minor", nullptr}});
     post(TGFManagerDidEnterRegionNotification, region, {});
     say("enter", number);
-    const auto match = std::make_shared<const BeaconMatch>();
+    std::vector<platform::CLBeacon> heard;
     TGFBeaconList beacons;
-    for (std::uint16_t minor = 0; minor < kBeaconsOfARegion; ++minor)
-      beacons.push_back(std::make_shared<const TGFBeacon>(
-          platform::CLBeacon{.proximityUUID = *platform::UUID::parse(uuid), .major = 1, .minor = minor}, match));
+    for (std::uint16_t minor = 0; minor < kBeaconsOfARegion; ++minor) {
+      heard.push_back({.proximityUUID = *platform::UUID::parse(uuid), .major = 1, .minor = minor});
+      beacons.push_back(std::make_shared<const TGFBeacon>(heard.back(), std::make_shared<const BeaconMatch>()));
+    }
     // The first ranging inserts, the second updates.
     for (int ranging = 0; ranging < 2; ++ranging) post(TGFManagerDidRangeBeaconsInRegionNotification, region, beacons);
     say("range", number);
@@ -67,7 +69,7 @@ class Recorder {
     post(TGFManagerDidExitRegionNotification, region, {});
     say("exit", number);
     recordEvent(number);
-    status_.rangedBeacon(TPLBeacon::beaconWithUUIDMajorMinor(uuid, 1, number));
+    status_.rangedBeacons(heard);
     say("status", number);
   }
 

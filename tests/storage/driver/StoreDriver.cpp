@@ -1,4 +1,4 @@
-// A host that walks in and out of a region some hundred times a second, for tests that kill it or spoil its files:
+// A host that walks in and out of a region some hundred times a second, for tests that spoil its files:
 //
 //   wayloom_store_driver BUNDLE DOCUMENTS CYCLES
 //
