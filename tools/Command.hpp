@@ -27,6 +27,7 @@ void complain(std::string_view text);
 void registerReplay(CLI::App& app);
 void registerEvaluate(CLI::App& app);
 void registerSimulate(CLI::App& app);
+void registerView(CLI::App& app);
 void registerServe(CLI::App& app);
 void registerDump(CLI::App& app);
 

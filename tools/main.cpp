@@ -26,6 +26,7 @@ int run(int argc, char** argv) {
   registerReplay(app);
   registerEvaluate(app);
   registerSimulate(app);
+  registerView(app);
   registerServe(app);
   registerDump(app);
   try {

@@ -5,7 +5,7 @@
 namespace wayloom::gtk {
 namespace {
 
-constexpr int kIconSize = 22;     // pixels
+constexpr int kIconSize = 24;     // pixels
 constexpr int kSpinnerSize = 48;  // pixels
 constexpr const char* kIconWithoutImage = "find-location-symbolic";
 
@@ -19,6 +19,8 @@ GtkPushButton::GtkPushButton() : GtkWidgetOf(gtk_button_new()) {
 void GtkPushButton::setImage(const std::optional<std::string>& path) {
   auto* image = path ? gtk_image_new_from_file(path->c_str()) : gtk_image_new_from_icon_name(kIconWithoutImage);
   gtk_image_set_pixel_size(GTK_IMAGE(image), kIconSize);
+  gtk_widget_set_halign(image, GTK_ALIGN_CENTER);
+  gtk_widget_set_valign(image, GTK_ALIGN_CENTER);
   gtk_button_set_child(GTK_BUTTON(native()), image);
 }
 

@@ -14,12 +14,17 @@ struct DrivenWidgets {
 
 }  // namespace
 
+void addWidgets(platform::PlatformServices& services, const std::shared_ptr<posix::MainLoop>& loop,
+                GtkOptions gtkOptions) {
+  const std::shared_ptr<DrivenWidgets> driven(
+      new DrivenWidgets{MainLoopSource(loop), GtkWidgetFactory(std::move(gtkOptions))});
+  services.widgets = std::shared_ptr<platform::WidgetFactory>(driven, &driven->factory);
+}
+
 platform::PlatformServices makeServices(posix::PlatformOptions options, GtkOptions gtkOptions) {
   if (!options.loop) options.loop = std::make_shared<posix::MainLoop>();
   auto services = posix::makeServices(options);
-  const std::shared_ptr<DrivenWidgets> driven(
-      new DrivenWidgets{MainLoopSource(options.loop), GtkWidgetFactory(std::move(gtkOptions))});
-  services.widgets = std::shared_ptr<platform::WidgetFactory>(driven, &driven->factory);
+  addWidgets(services, options.loop, std::move(gtkOptions));
   return services;
 }
 

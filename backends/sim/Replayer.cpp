@@ -119,13 +119,13 @@ void Replayer::World::observe(const ReplayOptions& options) {
   manager->updateMaps();
 }
 
-// In a window of the size of a telephone's screen, when the window is a simulated one.
+// In a simulated window of the size of a telephone's screen.
 void Replayer::World::showView(const ReplayOptions& options) {
   sim.widgets().setScriptObserver([this](std::string_view script) { tell(&ReplayListener::scripted, script); });
   view = std::make_unique<TWLMapView>(sim.platform());
   view->setLocationManager(manager.get());
   mapToShow = options.viewMap;
-  if (dynamic_cast<SimContainerView*>(&view->view()) != nullptr) SimWidgetFactory::enterWindow(view->view(), 400, 700);
+  SimWidgetFactory::enterWindow(view->view(), 400, 700);
 }
 
 void Replayer::World::loadMap() {
@@ -198,7 +198,6 @@ std::optional<RecordingError> Replayer::run(RecordingReader& reader) {
 }
 
 SimPlatform* Replayer::world() { return world_ ? &world_->sim : nullptr; }
-TWLMapView* Replayer::view() { return world_ ? world_->view.get() : nullptr; }
 TWLManager* Replayer::manager() { return world_ ? world_->manager.get() : nullptr; }
 
 }  // namespace wayloom::sim

@@ -13,6 +13,10 @@
 
 namespace wayloom::gtk {
 
+// Adds a screen to the services of another backend, whose tasks this loop runs: in GTK's loop, as long as they live.
+void addWidgets(platform::PlatformServices& services, const std::shared_ptr<posix::MainLoop>& loop,
+                GtkOptions gtkOptions = {});
+
 // As posix::makeServices(); the main loop, its own without one in the options, runs in GTK's as long as the services
 // live.
 platform::PlatformServices makeServices(posix::PlatformOptions options, GtkOptions gtkOptions = {});

@@ -21,10 +21,6 @@
 #include "wayloom/sim/RecordingReader.hpp"
 #include "wayloom/sim/SimPlatform.hpp"
 
-namespace wayloom {
-class TWLMapView;
-}
-
 namespace wayloom::sim {
 
 // Told what a replay brings about, in order. `t` is the virtual time in seconds since 1970; while a line is delivered,
@@ -64,9 +60,9 @@ struct ReplayOptions {
   // Compare the beacons' own distances instead of the platform's accuracies.
   bool useOwnDistance = false;
   bool explainElections = false;
-  // Shows this map in a view, as soon as the catalogue has it; empty: no view.
+  // Shows this map in a view on the simulated screen, as soon as the catalogue has it; empty: no view.
   std::string viewMap{};
-  // As in SimOptions.
+  // As in SimOptions; leaves the screen alone when there is a view.
   std::function<void(platform::PlatformServices&)> decorate{};
 };
 
@@ -87,7 +83,6 @@ class Replayer {
   // Null before the first event.
   SimPlatform* world();
   TWLManager* manager();
-  TWLMapView* view();  // null without ReplayOptions::viewMap, too
 
  private:
   struct World;

@@ -1,0 +1,210 @@
+// wayloom-view, which is `wayloom view`: a window on a recording or on the live engine.
+#include <ctime>
+#include <filesystem>
+#include <fmt/format.h>
+#include <gtk/gtk.h>
+#include <optional>
+
+#include "wayloom/gtk/GtkPlatform.hpp"
+#include "wayloom/posix/LibraryResources.hpp"
+#include "wayloom/regions/MissingUsageDescription.hpp"
+
+#include "tools/Command.hpp"
+#include "tools/view/LiveServices.hpp"
+#include "tools/view/MapWindow.hpp"
+#include "tools/view/RecordingPlayer.hpp"
+
+namespace wayloom::tools {
+namespace {
+
+constexpr const char* kDescription =
+    "Opens a window that follows a recording, or the beacons around, on the venue's maps.";
+
+constexpr const char* kFooter =
+    "A tap on the map prints a line such as {\"event\":\"tap\",\"map_id\":\"hall\",\"x_m\":12.3,\"y_m\":4.5}: metres\n"
+    "from the map's overlay origin.\n\n"
+    "Examples:\n"
+    "  wayloom view --venue examples/venue walk.jsonl               as fast as it was recorded\n"
+    "  wayloom view --venue examples/venue --speed 20 walk.jsonl    twenty times as fast\n"
+    "  wayloom view --venue venue --live --documents state          what Bluetooth hears now\n\n"
+    "Exit status: 0 when the window was closed, 1 when a file can't be used or there is no display,\n"
+    "2 for wrong options.";
+
+constexpr guint kFrame = 16;  // milliseconds
+
+struct Options {
+  std::string venue;
+  std::string documents;
+  std::string map;
+  double speed = 1.0;
+  bool exitAtEnd = false;
+  bool live = false;
+  std::string recording;
+};
+
+MapWindow::Options windowOptions(const Options& options) {
+  const auto venue = std::filesystem::absolute(options.venue).lexically_normal();
+  const auto name = venue.has_filename() ? venue.filename() : venue.parent_path().filename();
+  return {.title = name.string() + (options.live ? " \u2013 live" : ""), .mapId = options.map};
+}
+
+// Runs GTK until the window is closed or somebody stops it.
+class Session {
+ public:
+  void run() {
+    while (isRunning_) g_main_context_iteration(nullptr, TRUE);
+  }
+  void stop() { isRunning_ = false; }
+
+ private:
+  bool isRunning_ = true;
+};
+
+// Every frame, time moves on.
+class Playback {
+ public:
+  Playback(const Options& options, RecordingPlayer& player, MapWindow& window, Session& session)
+      : exitAtEnd_(options.exitAtEnd), speed_(options.speed), player_(player), window_(window), session_(session) {
+    source_ = g_timeout_add(
+        kFrame,
+        [](gpointer playback) noexcept -> gboolean {
+          static_cast<Playback*>(playback)->frame();
+          return G_SOURCE_CONTINUE;
+        },
+        this);
+  }
+  ~Playback() { g_source_remove(source_); }
+  Playback(const Playback&) = delete;
+  Playback& operator=(const Playback&) = delete;
+
+ private:
+  void frame() {
+    player_.advance();
+    showTime();
+    if (exitAtEnd_ && player_.hasEnded()) session_.stop();
+  }
+  void showTime() {
+    const auto now = platform::secondsSince1970(player_.replayer().world()->time().calendarNow());
+    const auto seconds = static_cast<std::time_t>(now);
+    if (seconds == shown_ && player_.hasEnded() == shownEnd_) return;
+    shown_ = seconds;
+    shownEnd_ = player_.hasEnded();
+    std::tm parts{};
+    ::gmtime_r(&seconds, &parts);
+    window_.setTimeText(fmt::format("{:02}:{:02}:{:02} UTC, {}", parts.tm_hour, parts.tm_min, parts.tm_sec,
+                                    shownEnd_ ? "the end" : fmt::format("{:g}\u00d7", speed_)));
+  }
+
+  bool exitAtEnd_;
+  double speed_;
+  RecordingPlayer& player_;
+  MapWindow& window_;
+  Session& session_;
+  std::time_t shown_ = -1;
+  bool shownEnd_ = false;
+  guint source_ = 0;
+};
+
+int report(const Options& options, const std::optional<sim::RecordingError>& error) {
+  if (!error) return kSucceeded;
+  complain(error->line == 0 ? fmt::format("{}: {}", options.recording, error->reason)
+                            : fmt::format("{}:{}: {}", options.recording, error->line, error->reason));
+  return kRunFailed;
+}
+
+int viewRecording(const Options& options) {
+  sim::ReplayOptions replay;
+  replay.venue = options.venue;
+  replay.documents = options.documents;
+  replay.libraryBundle = posix::libraryResources();
+  replay.decorate = [](platform::PlatformServices& services) {
+    services.widgets = std::make_shared<gtk::GtkWidgetFactory>();
+  };
+  sim::ReplayListener nobody;
+  RecordingPlayer player(replay, sim::RecordingReader::ofFile(options.recording), options.speed, nobody);
+  if (!player.begin())
+    return report(options, player.error() ? player.error() : sim::RecordingError{0, "there is no event in it"});
+  Session session;
+  MapWindow window(player.replayer().world()->platform(), *player.replayer().manager(), windowOptions(options));
+  window.setClosedCallback([&] { session.stop(); });
+  window.setPauseCallback([&](bool paused) { player.setPaused(paused); });
+  const Playback playback(options, player, window, session);
+  session.run();
+  return report(options, player.error());
+}
+
+int viewLive(const Options& options) {
+  const auto loop = std::make_shared<posix::MainLoop>();
+  posix::PlatformOptions platformOptions;
+  platformOptions.mainBundle = options.venue + "/bundle";
+  platformOptions.documents = options.documents;
+  platformOptions.loop = loop;
+  auto services = liveServices(platformOptions);
+  if (!services) {
+    complain("there is no radio in this build: it was made without the backend for Bluetooth");
+    return kRunFailed;
+  }
+  gtk::addWidgets(*services, loop);
+  platform::Platform platform(std::move(*services));
+  TWLManager manager(platform);
+  manager.updateMaps();
+  Session session;
+  MapWindow window(platform, manager, windowOptions(options));
+  window.setClosedCallback([&] { session.stop(); });
+  session.run();
+  return kSucceeded;
+}
+
+int view(const Options& options) {
+  if (gtk_init_check() == FALSE) {
+    complain("there is no display: set WAYLAND_DISPLAY or DISPLAY");
+    return kRunFailed;
+  }
+  try {
+    return options.live ? viewLive(options) : viewRecording(options);
+  } catch (const MissingUsageDescription& missing) {
+    complain(fmt::format("{}/bundle/Info.plist: {}", options.venue, missing.what()));
+    return kRunFailed;
+  }
+}
+
+int run(int argc, char** argv) {
+  CLI::App app(kDescription, "wayloom view");
+  app.footer(kFooter);
+  Options options;
+  app.add_option("--venue", options.venue, "Venue folder, with bundle/ and server/")
+      ->required()
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  app.add_option("--documents", options.documents,
+                 "Folder for the files that the system keeps from run to run; a recording gets a fresh one by default")
+      ->type_name("DIR");
+  app.add_option("--map", options.map, "Show this map and stay on it; otherwise the one that the device is on")
+      ->type_name("MAPID");
+  app.add_option("--speed", options.speed, "Recorded seconds a second")
+      ->check(CLI::Range(0.01, 10000.0))
+      ->capture_default_str();
+  app.add_flag("--exit-at-end", options.exitAtEnd, "Close the window when the recording ends");
+  auto* live = app.add_flag("--live", options.live, "The beacons around, heard by Bluetooth")->needs("--documents");
+  auto* recording = app.add_option("RECORDING", options.recording, "File with one JSON event a line");
+  recording->excludes(live);
+  try {
+    app.parse(argc, argv);
+    if (!options.live && options.recording.empty()) throw CLI::RequiredError("RECORDING or --live");
+  } catch (const CLI::ParseError& request) {
+    return app.exit(request) == 0 ? kSucceeded : kUsageError;
+  }
+  return view(options);
+}
+
+}  // namespace
+}  // namespace wayloom::tools
+
+int main(int argc, char** argv) {
+  try {
+    return wayloom::tools::run(argc, argv);
+  } catch (const std::exception& failure) {
+    wayloom::tools::complain(failure.what());
+    return wayloom::tools::kRunFailed;
+  }
+}
