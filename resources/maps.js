@@ -3,22 +3,22 @@
 (function ($, platform) {
   'use strict';
 
+  const { clamp, Animator, Gestures, Taps } = platform;
   const STANDARD_PIXELS_PER_METER = 5;
   const LARGEST_SCALE = 16;
   const NEAR_SIGHT = 150; // what the shorter side of the screen shows after "locate", in map lengths: 30 m
   const FIT_MARGIN = 12;
   const GLIDE_MS = 600;
+  const DOT_PICTURE_MS = 30; // between pictures while only the dot moves, which costs half and looks the same
+  const STREAM_PICTURE_MS = 45; // the same when positions come as fast as pictures
+  const LARGEST_CIRCLE = 4096;
   const ZOOM_MS = 200;
   const OLD_AFTER_MS = 10000;
   const MOST_AREAS = 100;
   const FARTHEST = 1e7;
+  const LARGEST_RADIUS = 2000;
 
   const darkness = window.matchMedia('(prefers-color-scheme: dark)');
-  const stillness = window.matchMedia('(prefers-reduced-motion: reduce)');
-
-  function clamp(value, low, high) {
-    return Math.min(Math.max(value, low), high);
-  }
 
   function mix(from, to, part) {
     return from + (to - from) * part;
@@ -53,7 +53,7 @@
     fitScale() {
       const margin = Math.min(this.width, this.height) > 200 ? FIT_MARGIN : 0;
       const fit = Math.min((this.width - 2 * margin) / this.sheet.width, (this.height - 2 * margin) / this.sheet.height);
-      return clamp(fit, 1e-4, LARGEST_SCALE);
+      return clamp(fit, 1e-6, LARGEST_SCALE);
     }
 
     nearScale() {
@@ -83,62 +83,6 @@
       const middle = this.toMap(this.middle());
       this.x += (middle.x - clamp(middle.x, 0, this.sheet.width)) * scale;
       this.y += (middle.y - clamp(middle.y, 0, this.sheet.height)) * scale;
-    }
-  }
-
-  // Runs named animations, and draws once a frame while something changes.
-  class Animator {
-    constructor(draw) {
-      this.draw = draw;
-      this.running = new Map();
-      this.requested = false;
-    }
-
-    // step(part) goes from 0 to exactly 1. An animation replaces the one of its name. Where nothing is to move, or no
-    // frame would come, it ends at once.
-    run(name, milliseconds, step) {
-      this.running.delete(name);
-      if (milliseconds <= 0 || stillness.matches || document.hidden) {
-        step(1);
-      } else {
-        this.running.set(name, { start: performance.now(), milliseconds, step });
-      }
-      this.invalidate();
-    }
-
-    stop(name) {
-      return this.running.delete(name);
-    }
-
-    isRunning(name) {
-      return this.running.has(name);
-    }
-
-    invalidate() {
-      if (document.hidden) {
-        this.finish();
-      } else if (!this.requested) {
-        this.requested = true;
-        window.requestAnimationFrame((now) => this.frame(now));
-      }
-    }
-
-    frame(now) {
-      this.requested = false;
-      for (const [name, animation] of [...this.running]) {
-        const part = clamp((now - animation.start) / animation.milliseconds, 0, 1);
-        if (part === 1) this.running.delete(name);
-        animation.step(part === 1 ? 1 : 1 - Math.pow(1 - part, 3));
-      }
-      this.draw();
-      if (this.running.size > 0) this.invalidate();
-    }
-
-    finish() {
-      const left = [...this.running.values()];
-      this.running.clear();
-      left.forEach((animation) => animation.step(1));
-      this.draw();
     }
   }
 
@@ -181,20 +125,20 @@
       canvas.style.height = canvas.height / ratio + 'px';
     }
 
-    paintContent(context, visible) {
+    paintContent(context, scale, visible) {
       if (this.image) {
         context.drawImage(this.image, 0, 0, this.size.width, this.size.height);
         return;
       }
-      if (!this.grid) return;
-      const step = this.grid.width;
+      const step = this.grid ? this.grid.width : 0;
+      if (step * scale < 40) return; // too fine to be seen
       for (let x = Math.floor(visible.left / step) * step; x < visible.right; x += step) {
         for (let y = Math.floor(visible.top / step) * step; y < visible.bottom; y += step) context.drawImage(this.grid, x, y, step, step);
       }
     }
 
     // A light plan becomes a dark one of the same hues: turned to its negative, then given its own colour back.
-    darken(context, visible) {
+    darken(context, scale, visible) {
       const fill = (operation, colour) => {
         context.globalCompositeOperation = operation;
         context.fillStyle = colour;
@@ -202,7 +146,7 @@
       };
       fill('difference', '#fff');
       context.globalCompositeOperation = 'color';
-      this.paintContent(context, visible);
+      this.paintContent(context, scale, visible);
       fill('screen', '#20242b');
       context.globalCompositeOperation = 'source-over';
     }
@@ -235,8 +179,8 @@
       context.clip();
       context.fillStyle = '#fff';
       context.fillRect(0, 0, this.sheet.width, this.sheet.height);
-      this.paintContent(context, visible);
-      if (darkness.matches) this.darken(context, visible);
+      this.paintContent(context, scale, visible);
+      if (darkness.matches) this.darken(context, scale, visible);
       this.paintAreas(context, scale);
       context.restore();
     }
@@ -251,7 +195,7 @@
     paintDetail(view) {
       window.clearTimeout(this.timer);
       this.timer = 0;
-      const ratio = window.devicePixelRatio || 1;
+      const ratio = window.devicePixelRatio;
       const begin = performance.now();
       if (!this.painted || this.painted.width !== view.width || this.painted.height !== view.height || this.painted.ratio !== ratio) {
         Plan.resize(this.detail, view.width, view.height, ratio);
@@ -269,7 +213,7 @@
 
     isSharp(view) {
       const was = this.painted;
-      return was.scale === view.scale && was.x === view.x && was.y === view.y;
+      return was.ratio === window.devicePixelRatio && was.scale === view.scale && was.x === view.x && was.y === view.y;
     }
 
     // At most a sixth of the time goes into painting.
@@ -307,17 +251,19 @@
       this.circleSize = 0;
       this.timer = 0;
       this.updated = 0;
+      this.old = false;
     }
 
     update(position, animator, smooth) {
       const now = performance.now();
       const from = this.at;
-      const milliseconds = from && smooth ? Math.min(GLIDE_MS, now - this.updated) : 0;
+      const pause = now - this.updated;
+      const milliseconds = from && smooth ? Math.min(GLIDE_MS, pause) : 0;
       this.updated = now;
       if (!from) this.appear(position);
       animator.run('dot', milliseconds, (part) => {
         this.at = part === 1 ? position : { x: mix(from.x, position.x, part), y: mix(from.y, position.y, part), radius: mix(from.radius, position.radius, part) };
-      });
+      }, pause < 100 ? STREAM_PICTURE_MS : DOT_PICTURE_MS);
       this.stayYoung();
     }
 
@@ -333,7 +279,7 @@
       window.clearTimeout(this.timer);
       this.timer = 0;
       this.at = null;
-      this.both.removeClass('shown old');
+      this.both.removeClass('shown');
       this.announce('Your position is not known.');
     }
 
@@ -342,6 +288,7 @@
       if (this.old) {
         this.old = false;
         this.both.removeClass('old');
+        $(this.marker).attr('aria-label', 'Your position');
       }
       if (!this.timer) this.watch(OLD_AFTER_MS);
     }
@@ -358,14 +305,15 @@
     grow() {
       this.old = true;
       this.both.addClass('old');
+      $(this.marker).attr('aria-label', 'Your position, out of date');
       this.announce('Your position is out of date.');
     }
 
     // The circle is a box of a size near the wanted one, painted once and then only scaled.
     drawCircle(view, screen) {
       const size = 2 * this.at.radius * view.scale;
-      if (size > this.circleSize || size < this.circleSize / 2) {
-        this.circleSize = Math.pow(2, Math.ceil(Math.log2(Math.max(size, 1))));
+      if (size < this.circleSize / 2 || (size > this.circleSize && this.circleSize < LARGEST_CIRCLE)) {
+        this.circleSize = clamp(Math.pow(2, Math.ceil(Math.log2(size))), 1, LARGEST_CIRCLE);
         this.circle.style.width = this.circle.style.height = this.circleSize + 'px';
       }
       const growth = size / this.circleSize;
@@ -377,154 +325,6 @@
       const screen = view.toScreen(this.at);
       this.marker.style.transform = `translate(${screen.x}px, ${screen.y}px)`;
       this.drawCircle(view, screen);
-    }
-  }
-
-  // Turns mouse, pen and fingers into what they mean; the listener acts. Points are screen points.
-  class Gestures {
-    constructor(element, listener) {
-      this.element = element;
-      this.listener = listener;
-      this.contacts = new Map();
-      this.tap = null;
-      this.trail = [];
-      this.listenToMouse();
-      this.listenToTouch();
-      this.listenToWheel();
-    }
-
-    // Pointer events tell fractions of a pixel, which mouse events cut off. Fingers come as touch events, which every
-    // engine has.
-    listenToMouse() {
-      const mouse = (act) => (event) => {
-        const original = event.originalEvent;
-        if (original.pointerType !== 'touch') act(original, { x: original.clientX, y: original.clientY });
-      };
-      $(this.element)
-        .on('pointerdown', mouse((event, point) => {
-          if (event.button !== 0) return;
-          this.element.setPointerCapture(event.pointerId);
-          this.begin('mouse', point, 4);
-        }))
-        .on('pointermove', mouse((event, point) => this.move(new Map([['mouse', point]]))))
-        .on('pointerup', mouse(() => this.end('mouse')))
-        .on('pointercancel', mouse(() => this.cancel('mouse')))
-        .on('contextmenu', () => false);
-    }
-
-    listenToTouch() {
-      const changed = (event) => [...event.originalEvent.changedTouches];
-      const point = (touch) => ({ x: touch.clientX, y: touch.clientY });
-      $(this.element)
-        .on('touchstart', (event) => {
-          event.preventDefault();
-          changed(event).forEach((touch) => this.begin(touch.identifier, point(touch), 10));
-        })
-        .on('touchmove', (event) => this.move(new Map(changed(event).map((touch) => [touch.identifier, point(touch)]))))
-        .on('touchend', (event) => changed(event).forEach((touch) => this.end(touch.identifier)))
-        .on('touchcancel', (event) => changed(event).forEach((touch) => this.cancel(touch.identifier)));
-    }
-
-    listenToWheel() {
-      const unit = [1, 16, 400];
-      $(this.element).on('wheel', (event) => {
-        const wheel = event.originalEvent;
-        event.preventDefault();
-        const way = clamp(wheel.deltaY * unit[wheel.deltaMode], -240, 240);
-        this.listener.zoom(Math.exp(-way * (wheel.ctrlKey ? 0.01 : 0.002)), { x: wheel.clientX, y: wheel.clientY });
-      });
-    }
-
-    isIdle() {
-      return this.contacts.size === 0;
-    }
-
-    begin(id, point, slop) {
-      const moving = this.listener.grab();
-      this.contacts.set(id, point);
-      this.trail = [];
-      const single = this.contacts.size === 1;
-      this.tap = single && !moving ? { screen: point, map: this.listener.touched(point) } : null;
-      this.slop = single && !moving ? slop : 0;
-    }
-
-    move(points) {
-      const known = [...points].filter(([id]) => this.contacts.has(id));
-      if (known.length === 0) return;
-      if (this.tap) {
-        const [[, point]] = known;
-        if (Math.hypot(point.x - this.tap.screen.x, point.y - this.tap.screen.y) <= this.slop) return;
-        this.tap = null;
-      }
-      const before = this.hold();
-      known.forEach(([id, point]) => this.contacts.set(id, point));
-      const now = this.hold();
-      this.trail = [...this.trail.slice(-20), { ...now, time: performance.now() }];
-      this.listener.drag(before, now, before.spread > 0 ? now.spread / before.spread : 1);
-    }
-
-    // The middle of the fingers and how far they are apart from it.
-    hold() {
-      const points = [...this.contacts.values()];
-      const x = points.reduce((sum, point) => sum + point.x, 0) / points.length;
-      const y = points.reduce((sum, point) => sum + point.y, 0) / points.length;
-      return { x, y, spread: points.reduce((sum, point) => sum + Math.hypot(point.x - x, point.y - y), 0) };
-    }
-
-    end(id) {
-      if (!this.contacts.delete(id)) return;
-      if (this.contacts.size > 0) {
-        this.trail = [];
-        return;
-      }
-      if (this.tap) this.listener.tap(this.tap);
-      else this.listener.release(this.speed());
-      this.tap = null;
-    }
-
-    cancel(id) {
-      this.tap = null;
-      this.trail = [];
-      this.end(id);
-    }
-
-    // Pixels a millisecond over the last tenth of a second; none when the hand rested before it let go.
-    speed() {
-      const now = performance.now();
-      const recent = this.trail.filter((point) => now - point.time < 100);
-      if (recent.length < 2) return { x: 0, y: 0 };
-      const first = recent[0];
-      const last = recent[recent.length - 1];
-      const time = Math.max(now - first.time, 16);
-      return { x: (last.x - first.x) / time, y: (last.y - first.y) / time };
-    }
-  }
-
-  // One tap is passed on after a moment, two in quick succession at one place are a double tap.
-  class Taps {
-    constructor(single, double) {
-      this.single = single;
-      this.double = double;
-      this.waiting = null;
-      this.timer = 0;
-    }
-
-    add(tap) {
-      const first = this.take();
-      if (first && Math.hypot(first.screen.x - tap.screen.x, first.screen.y - tap.screen.y) < 30) {
-        this.double(tap);
-        return;
-      }
-      if (first) this.single(first);
-      this.waiting = tap;
-      this.timer = window.setTimeout(() => this.single(this.take()), 280);
-    }
-
-    take() {
-      window.clearTimeout(this.timer);
-      const tap = this.waiting;
-      this.waiting = null;
-      return tap;
     }
   }
 
@@ -550,6 +350,7 @@
       this.following = true;
       this.fitted = true; // the whole sheet is shown, and stays so when the window changes
       this.goal = 0; // the scale that a glide ends at
+      this.gliding = ''; // what started the last glide: 'hand' or 'dot'
     }
 
     start() {
@@ -568,7 +369,7 @@
       $('#zoom-in').on('click', () => this.zoom(1.6, this.view.middle()));
       $('#zoom-out').on('click', () => this.zoom(1 / 1.6, this.view.middle()));
       $('#zoom-fit').on('click', () => this.fit(GLIDE_MS / 2));
-      darkness.addListener(() => this.repaint());
+      darkness.addEventListener('change', () => this.repaint());
     }
 
     showPlan(picture) {
@@ -619,10 +420,12 @@
     }
 
     // The map point moves to the screen point while the scale changes.
-    glide(scale, mapPoint, screenPoint, milliseconds) {
+    glide(scale, mapPoint, screenPoint, milliseconds, by = 'hand') {
       const from = this.view.toScreen(mapPoint);
       const start = this.view.scale;
       this.goal = scale;
+      this.gliding = by;
+      this.animator.stop('fling');
       this.animator.run('view', milliseconds, (part) => {
         const point = { x: mix(from.x, screenPoint.x, part), y: mix(from.y, screenPoint.y, part) };
         this.view.place(part === 1 ? scale : start * Math.pow(scale / start, part), mapPoint, point);
@@ -631,7 +434,6 @@
 
     fit(milliseconds) {
       this.fitted = true;
-      this.animator.stop('fling');
       this.glide(this.view.fitScale(), this.view.sheetMiddle(), this.view.middle(), milliseconds);
     }
 
@@ -639,7 +441,6 @@
     zoom(factor, point) {
       const base = this.animator.isRunning('view') ? this.goal : this.view.scale;
       const scale = this.view.limited(base * factor);
-      this.animator.stop('fling');
       if (scale <= this.view.fitScale()) {
         this.fit(ZOOM_MS);
         return;
@@ -667,11 +468,14 @@
       this.animator.invalidate();
     }
 
-    // The map runs on for a moment, as far as the hand's speed carries it.
-    release(speed) {
+    // A finger's map runs on for a moment, as far as the speed carries it; a mouse lets go where it is.
+    release(speed, byMouse) {
       $('#map').removeClass('grabbed');
-      const reach = 250;
-      if (Math.hypot(speed.x, speed.y) < 0.2 || stillness.matches) return;
+      if (!byMouse && Math.hypot(speed.x, speed.y) > 0.2) this.fling(speed);
+    }
+
+    fling(speed) {
+      const reach = 250; // the distance, in milliseconds at that speed
       const anchor = this.view.toMap(this.view.middle());
       const from = this.view.middle();
       this.animator.run('fling', 3 * reach, (part) => {
@@ -711,18 +515,19 @@
       if (this.following && this.gestures.isIdle()) this.keepInSight(position);
     }
 
-    // Calm: the map follows when the dot leaves the middle half of the screen, and rests while all of it is shown.
+    // Calm: the map follows when the dot comes near the edge of the screen, and rests while all of it is shown.
     keepInSight(position) {
-      if (this.view.showsAll() || this.view.contains(this.view.toScreen(position), 0.25)) return;
-      this.glide(this.view.scale, position, this.view.middle(), GLIDE_MS);
+      const gliding = this.animator.isRunning('view');
+      if (gliding && this.gliding === 'hand') return;
+      if (!gliding && (this.view.showsAll() || this.view.contains(this.view.toScreen(position), 0.15))) return;
+      this.glide(gliding ? this.goal : this.view.scale, position, this.view.middle(), GLIDE_MS, 'dot');
     }
 
     locate(position) {
       this.following = true;
       this.fitted = false;
-      this.animator.stop('fling');
       this.dot.update(position, this.animator, true);
-      this.glide(Math.max(this.view.scale, this.view.nearScale()), position, this.view.middle(), GLIDE_MS);
+      this.glide(Math.max(this.view.scale, this.view.nearScale()), position, this.view.middle(), GLIDE_MS, 'dot');
     }
 
     highlight(area) {
@@ -743,7 +548,7 @@
   }
 
   function readPosition(x, y, radius) {
-    const position = { x: Number(x), y: Number(y), radius: clamp(Number(radius) || 0, 0, 1e5) };
+    const position = { x: Number(x), y: Number(y), radius: clamp(Number(radius) || 0, 0, LARGEST_RADIUS) };
     return isCoordinate(position.x) && isCoordinate(position.y) ? position : null;
   }
 

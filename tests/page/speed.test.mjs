@@ -1,0 +1,66 @@
+// Figures that were promised: the first picture, and the cost of sixty positions a second.
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+import { addFile, address, openMap, useBrowser } from './browser.mjs';
+
+useBrowser();
+
+const parameters = { 'dot-x': 90, 'dot-y': 60, 'map-width': 180, 'map-height': 120, 'crop-width': 180, 'crop-height': 105, 'map-file': 'ground-floor.svg', 'uncertainty-radius': 18 };
+
+function open(options) {
+  addFile('ground-floor.svg', fs.readFileSync(path.join(process.env.WAYLOOM_EXAMPLES, 'venue/bundle/ground-floor.svg'), 'utf8'));
+  return openMap(address(parameters), options);
+}
+
+// Processor time of everything that this program has started, in seconds.
+function processorTime() {
+  const processes = new Map();
+  for (const id of fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name))) {
+    try {
+      const text = fs.readFileSync(`/proc/${id}/stat`, 'utf8');
+      const fields = text.slice(text.lastIndexOf(')') + 2).split(' ');
+      processes.set(Number(id), { parent: Number(fields[1]), ticks: Number(fields[11]) + Number(fields[12]) });
+    } catch (gone) {
+      continue;
+    }
+  }
+  const isOurs = (id) => id === process.pid || (processes.has(id) && isOurs(processes.get(id).parent));
+  return [...processes].filter(([id]) => id !== process.pid && isOurs(id)).reduce((sum, [, { ticks }]) => sum + ticks, 0) / 100;
+}
+
+test('the first picture of the plan is there within 0.7 s of loading', async (t) => {
+  const times = [];
+  for (let run = 0; run < 3; run += 1) {
+    const screen = await open();
+    await screen.page.waitForFunction(() => document.title === 'ground-floor');
+    times.push(await screen.page.evaluate(async () => {
+      await new Promise(requestAnimationFrame);
+      return performance.now();
+    }));
+    await screen.close();
+  }
+  t.diagnostic(`first picture after ${times.map((time) => time.toFixed(0)).join(', ')} ms`);
+  assert.ok(Math.min(...times) < 700);
+});
+
+test('sixty positions a second cost less than a fifth of a core', async (t) => {
+  const screen = await open();
+  await screen.settle();
+  await screen.call(`setInterval(() => {
+    const turn = performance.now() / 2000;
+    setDotPosition(Math.round(90 + 40 * Math.cos(turn)), Math.round(60 + 30 * Math.sin(turn)), 12, true);
+    window.calls = (window.calls || 0) + 1;
+  }, 1000 / 60)`);
+  await screen.page.waitForTimeout(500);
+  const [cost, calls, start] = [processorTime(), await screen.call('calls'), performance.now()];
+  await screen.page.waitForTimeout(5000);
+  const seconds = (performance.now() - start) / 1000;
+  const rate = (await screen.call('calls') - calls) / seconds;
+  const share = (processorTime() - cost) / seconds;
+  t.diagnostic(`${rate.toFixed(0)} positions a second cost ${(share * 100).toFixed(1)} % of a core`);
+  assert.ok(rate > 50, `${rate} positions a second`);
+  assert.ok(share < 0.2, `${share} of a core`);
+  await screen.close();
+});
