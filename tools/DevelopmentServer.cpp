@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
 #include <sys/socket.h>
@@ -123,7 +122,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
             : bind_to_port(options_.address, options_.port) ? options_.port
                                                             : -1;
     if (port_ < 0) {
-      const auto* reason = errno == 0 ? "no such address" : std::strerror(errno);
+      const auto reason = errno == 0 ? "no such address" : std::generic_category().message(errno);
       return fmt::format("can't listen on {}, port {}: {}", options_.address, options_.port, reason);
     }
     thread_ = std::thread([this] { listen_after_bind(); });
@@ -256,7 +255,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
     const ReceivedRequest received{request.target, headersOfInterest(request), request.body,
                                    fault.status.value_or(response.status), fault.text};
     if (journal && !journal->keep(received))
-      answer(response, 500, "can't be kept: " + std::string(std::strerror(errno)));
+      answer(response, 500, "can't be kept: " + std::generic_category().message(errno));
   }
 
   void compose(const Request& request, Response& response) const {

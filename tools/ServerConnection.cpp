@@ -84,7 +84,7 @@ ssize_t ServerConnection::write(const char* bytes, size_t size) {
   auto rest = fault_.spoilsAll ? std::string_view(noise) : std::string_view(bytes, size);
   const bool isCut = fault_.cut && sent_ + size > *fault_.cut;
   if (isCut) rest = rest.substr(0, *fault_.cut - sent_);
-  isBroken_ = !(fault_.rate ? sendAtRate(rest) : send(rest)) || isCut;
+  isBroken_ = !(fault_.rate ? sendAtRate(rest, *fault_.rate) : send(rest)) || isCut;
   return isBroken_ ? -1 : static_cast<ssize_t>(size);
 }
 
@@ -102,9 +102,9 @@ bool ServerConnection::begin() {
   return !isBroken_;
 }
 
-bool ServerConnection::sendAtRate(std::string_view bytes) {
-  const auto step = std::max<std::size_t>(*fault_.rate * kRateStep.count() / 1000, 1);
-  const milliseconds pause(1000 * step / *fault_.rate);
+bool ServerConnection::sendAtRate(std::string_view bytes, std::size_t bytesASecond) {
+  const auto step = std::max<std::size_t>(bytesASecond * kRateStep.count() / 1000, 1);
+  const milliseconds pause(1000 * step / bytesASecond);
   for (; !bytes.empty(); bytes.remove_prefix(std::min(step, bytes.size()))) {
     pollfd stop{stop_.get(), POLLIN, 0};
     if (::poll(&stop, 1, static_cast<int>(pause.count())) != 0 || !send(bytes.substr(0, step))) return false;

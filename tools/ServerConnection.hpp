@@ -38,7 +38,7 @@ class ServerConnection : public httplib::Stream {
   // Waits for events of the socket; false when the time is over, the server stops or the socket has failed.
   bool await(short events, std::chrono::milliseconds patience) const;
   bool begin();
-  bool sendAtRate(std::string_view bytes);
+  bool sendAtRate(std::string_view bytes, std::size_t bytesASecond);
   bool send(std::string_view bytes);
 
   posix::FileDescriptor socket_;
