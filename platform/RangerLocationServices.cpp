@@ -113,11 +113,11 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
     if (const auto observer = deliveryObserver) (*observer)();
   }
 
-  void receive(const IBeaconFrame& frame) {
+  void receive(const IBeaconFrame& frame, MonotonicTime receivedAt) {
     if (!allowed()) return;
-    const auto now = clock.now();
-    ranger.receive(frame, now);
+    ranger.receive(frame, receivedAt);
     if (timer || closed()) return;
+    const auto now = clock.now();
     const auto untilTick = std::max(ranger.nextTick().value_or(now) - now, Duration::zero());
     timer = tasks.startTimer(tasks.mainQueue(), untilTick, kTickInterval, [weak = weak_from_this()] {
       if (const auto state = weak.lock()) state->tick();
@@ -159,6 +159,15 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
     if (const auto observer = fixRequestObserver) (*observer)(merged);
   }
 
+  void updateBeaconRequest() {
+    std::unique_lock lock(mutex);
+    const bool wanted = !rangedRegions.empty() || std::any_of(monitoredRegions.begin(), monitoredRegions.end(),
+                                                              [](const auto& region) { return beaconRegion(region); });
+    lock.unlock();
+    if (std::exchange(beaconsWanted, wanted) == wanted) return;
+    if (const auto observer = beaconRequestObserver) (*observer)(wanted);
+  }
+
   bool closed() const {
     const std::lock_guard lock(mutex);
     return !open;
@@ -172,6 +181,7 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
     timer.reset();
     deliveryObserver.reset();
     fixRequestObserver.reset();
+    beaconRequestObserver.reset();
   }
 
   TaskScheduler& tasks;
@@ -191,9 +201,11 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
   std::unique_ptr<Timer> timer;
   bool scanning = true;
   bool delivering = false;
+  bool beaconsWanted = false;
   std::optional<FixRequest> fixRequest;
   std::shared_ptr<const std::function<void()>> deliveryObserver;
   std::shared_ptr<const std::function<void(const std::optional<FixRequest>&)>> fixRequestObserver;
+  std::shared_ptr<const std::function<void(bool)>> beaconRequestObserver;
 };
 
 class RangerLocationServices::Manager : public CLLocationManager {
@@ -219,6 +231,7 @@ class RangerLocationServices::Manager : public CLLocationManager {
     };
     state_->change(replace, [region](State& state) {
       if (const auto beacons = beaconRegion(region)) state.ranger.startMonitoring(beacons, state.clock.now());
+      state.updateBeaconRequest();
       state.tellDelegates(
           [&](auto& delegate, auto* manager) { delegate.locationManagerDidStartMonitoringForRegion(manager, region); });
     });
@@ -229,6 +242,7 @@ class RangerLocationServices::Manager : public CLLocationManager {
     state_->change([&] { removeByIdentifier(state_->monitoredRegions, region->identifier()); },
                    [region](State& state) {
                      if (const auto beacons = beaconRegion(region)) state.ranger.stopMonitoring(beacons);
+                     state.updateBeaconRequest();
                    });
   }
 
@@ -250,13 +264,19 @@ class RangerLocationServices::Manager : public CLLocationManager {
       removeByIdentifier(state_->rangedRegions, region->identifier());
       state_->rangedRegions.push_back(region);
     };
-    state_->change(replace, [region](State& state) { state.ranger.startRanging(region); });
+    state_->change(replace, [region](State& state) {
+      state.ranger.startRanging(region);
+      state.updateBeaconRequest();
+    });
   }
 
   void stopRangingBeaconsInRegion(const CLBeaconRegionPtr& region) override {
     if (!region) return;
     state_->change([&] { removeByIdentifier(state_->rangedRegions, region->identifier()); },
-                   [region](State& state) { state.ranger.stopRanging(region); });
+                   [region](State& state) {
+                     state.ranger.stopRanging(region);
+                     state.updateBeaconRequest();
+                   });
   }
 
   std::vector<CLBeaconRegionPtr> rangedRegions() const override {
@@ -316,9 +336,11 @@ bool RangerLocationServices::regionMonitoringAvailable() const { return isMonito
 
 // Each of these holds the state while it runs, because a delegate may destroy the services.
 
-void RangerLocationServices::receive(const IBeaconFrame& frame) {
+void RangerLocationServices::receive(const IBeaconFrame& frame) { receive(frame, state_->clock.now()); }
+
+void RangerLocationServices::receive(const IBeaconFrame& frame, MonotonicTime receivedAt) {
   const auto state = state_;
-  state->receive(frame);
+  state->receive(frame, receivedAt);
 }
 
 void RangerLocationServices::setScanning(bool scanning) {
@@ -389,6 +411,11 @@ void RangerLocationServices::setDeliveryObserver(std::function<void()> observer)
 void RangerLocationServices::setFixRequestObserver(std::function<void(const std::optional<FixRequest>&)> observer) {
   using Observer = const std::function<void(const std::optional<FixRequest>&)>;
   state_->fixRequestObserver = observer ? std::make_shared<Observer>(std::move(observer)) : nullptr;
+}
+
+void RangerLocationServices::setBeaconRequestObserver(std::function<void(bool)> observer) {
+  state_->beaconRequestObserver =
+      observer ? std::make_shared<const std::function<void(bool)>>(std::move(observer)) : nullptr;
 }
 
 }  // namespace wayloom::platform

@@ -38,8 +38,9 @@ class RangerLocationServices : public LocationServices {
   std::optional<bool> isMonitoringAvailable() const override;
   bool regionMonitoringAvailable() const override;
 
-  // One received frame. Denied or restricted authorisation drops it.
+  // One received frame, now or at an earlier moment of the clock. Denied or restricted authorisation drops it.
   void receive(const IBeaconFrame& frame);
+  void receive(const IBeaconFrame& frame, MonotonicTime receivedAt);
   // Whether the scanner hears anything at present (initially true). While it does not, silence ends no region.
   void setScanning(bool scanning);
   // How long a region must be silent before it counts as left; default 30 s.
@@ -60,6 +61,9 @@ class RangerLocationServices : public LocationServices {
   // Called on the main queue when what the managers want changes: nothing once no manager updates locations. A
   // manager's requests never hold back a fix that is delivered all the same.
   void setFixRequestObserver(std::function<void(const std::optional<FixRequest>&)> observer);
+  // Called on the main queue with whether any beacon region is ranged or monitored, when that changes (initially it is
+  // not): a radio may rest meanwhile.
+  void setBeaconRequestObserver(std::function<void(bool)> observer);
 
  private:
   struct State;

@@ -1,0 +1,146 @@
+#include "wayloom/linux/LinuxLocationServices.hpp"
+
+#include <fmt/format.h>
+#include <optional>
+#include <utility>
+
+#include "wayloom/posix/PosixClocks.hpp"
+
+#include "backends/linux/BluezCentral.hpp"
+
+namespace wayloom::linux_ {
+namespace {
+
+using platform::CLAuthorizationStatus;
+
+constexpr const char* kBluetoothDomain = "Bluetooth";
+// Registering a kit afresh takes all regions away for a moment; the scan goes on meanwhile.
+constexpr platform::Duration kBeforeRest = std::chrono::seconds(2);
+
+// Location managers may outlive the services, and look at the clock.
+const posix::PosixMonotonicClock& monotonicClock() {
+  static const posix::PosixMonotonicClock clock;
+  return clock;
+}
+
+std::string sentence(const RadioStatus& status) {
+  std::string text(description(status.condition));
+  if (!status.detail.empty()) text += " (" + status.detail + ")";
+  return text + ".";
+}
+
+}  // namespace
+
+// What the scanner tells, handed on. Shared with the calls under way, in which a delegate may destroy the services.
+class LinuxLocationServices::Radio : public ScannerListener, public std::enable_shared_from_this<Radio> {
+ public:
+  Radio(LinuxLocationServices& services, std::shared_ptr<platform::TaskScheduler> tasks,
+        std::shared_ptr<platform::LogSink> log)
+      : services_(&services),
+        tasks_(std::move(tasks)),
+        log_(std::move(log)),
+        central_(std::make_shared<BluezCentral>(tasks_)) {}
+
+  void start(BluezOptions options) { scanner_.emplace(*tasks_, std::move(options), *this); }
+
+  void end() {
+    services_ = nullptr;
+    rest_.reset();
+    scanner_.reset();
+  }
+
+  void heard(std::span<const BeaconReport> reports) override {
+    const auto keepAlive = shared_from_this();
+    if (const auto observer = reportObserver_) observer(reports);
+    for (const auto& report : reports)
+      if (services_ != nullptr) services_->receive(report.frame, report.receivedAt);
+  }
+
+  void radioChanged(const RadioStatus& status) override {
+    const auto keepAlive = shared_from_this();
+    const bool isNews = std::exchange(condition_, status.condition) != status.condition;
+    central_->setState(centralState(status.condition));
+    services_->setScanning(status.listening);
+    if (isNews) log(status);
+    if (const auto observer = radioObserver_) observer(status);
+    if (services_ != nullptr) authorise(status.condition);
+    if (isNews && services_ != nullptr) report(status);
+  }
+
+  // The scan outlasts a short lack of regions.
+  void want(bool wanted) {
+    if (wanted) {
+      rest_.reset();
+      return scanner_->setWanted(true);
+    }
+    rest_ = tasks_->startTimer(tasks_->mainQueue(), kBeforeRest, std::nullopt, [this] { scanner_->setWanted(false); });
+  }
+
+  const std::shared_ptr<BluezCentral>& central() const { return central_; }
+  RadioStatus status() const { return scanner_->status(); }
+  void setRadioObserver(std::function<void(const RadioStatus&)> observer) { radioObserver_ = std::move(observer); }
+  void setReportObserver(std::function<void(std::span<const BeaconReport>)> observer) {
+    reportObserver_ = std::move(observer);
+  }
+
+ private:
+  void log(const RadioStatus& status) {
+    if (isTrouble(status.condition)) {
+      hadTrouble_ = true;
+      log_->write(fmt::format("{} {}", sentence(status), advice(status.condition)));
+    } else if (status.condition != RadioCondition::starting && std::exchange(hadTrouble_, false)) {
+      log_->write("Bluetooth works again.");
+    }
+  }
+
+  void authorise(RadioCondition condition) {
+    if (condition == RadioCondition::refused)
+      services_->setAuthorizationStatus(CLAuthorizationStatus::denied);
+    else if (condition == RadioCondition::scanning || condition == RadioCondition::resting)
+      services_->setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
+  }
+
+  // That nothing is heard may just be so; it is no failure.
+  void report(const RadioStatus& status) {
+    if (!isTrouble(status.condition) || status.condition == RadioCondition::silent) return;
+    services_->deliverFailure({kBluetoothDomain, static_cast<int>(status.condition), sentence(status)});
+  }
+
+  LinuxLocationServices* services_;  // null when they have gone
+  std::shared_ptr<platform::TaskScheduler> tasks_;
+  std::shared_ptr<platform::LogSink> log_;
+  std::shared_ptr<BluezCentral> central_;
+  std::optional<RadioCondition> condition_;
+  bool hadTrouble_ = false;
+  std::function<void(const RadioStatus&)> radioObserver_;
+  std::function<void(std::span<const BeaconReport>)> reportObserver_;
+  std::unique_ptr<platform::Timer> rest_;
+  std::optional<BluezScanner> scanner_;
+};
+
+LinuxLocationServices::LinuxLocationServices(std::shared_ptr<platform::TaskScheduler> tasks,
+                                             std::shared_ptr<platform::LogSink> log, BluezOptions bluez)
+    : RangerLocationServices(*tasks, monotonicClock()), radio_(std::make_shared<Radio>(*this, tasks, std::move(log))) {
+  setScanning(false);
+  setBeaconRequestObserver([radio = radio_.get()](bool wanted) { radio->want(wanted); });
+  radio_->start(std::move(bluez));
+}
+
+LinuxLocationServices::~LinuxLocationServices() {
+  setBeaconRequestObserver({});
+  radio_->end();
+}
+
+std::shared_ptr<platform::CBCentralManager> LinuxLocationServices::bluetooth() const { return radio_->central(); }
+
+RadioStatus LinuxLocationServices::radioStatus() const { return radio_->status(); }
+
+void LinuxLocationServices::setRadioObserver(std::function<void(const RadioStatus&)> observer) {
+  radio_->setRadioObserver(std::move(observer));
+}
+
+void LinuxLocationServices::setReportObserver(std::function<void(std::span<const BeaconReport>)> observer) {
+  radio_->setReportObserver(std::move(observer));
+}
+
+}  // namespace wayloom::linux_

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "wayloom/linux/BluezScanner.hpp"
+#include "wayloom/linux/RadioStatus.hpp"
+#include "wayloom/platform/CBCentralManager.hpp"
+#include "wayloom/platform/LogSink.hpp"
+#include "wayloom/platform/RangerLocationServices.hpp"
+
+namespace wayloom::linux_ {
+
+// Location services of a Linux host: beacons heard through BlueZ.
+//
+// The radio scans while some beacon region is ranged or monitored. What keeps it from scanning is told once, in the log
+// and to the delegates as an error of domain "Bluetooth" whose code is the RadioCondition; scanning goes on when the
+// cause has ended. While it does not scan, no region is left. A host that is refused the use of Bluetooth has the
+// authorisation status denied until it is allowed.
+//
+// Made and destroyed on the main thread. The scheduler's main loop must be running for anything to be told.
+class LinuxLocationServices : public platform::RangerLocationServices {
+ public:
+  LinuxLocationServices(std::shared_ptr<platform::TaskScheduler> tasks, std::shared_ptr<platform::LogSink> log,
+                        BluezOptions bluez = {});
+  ~LinuxLocationServices() override;
+
+  // The state of the same radio. May outlive these services.
+  std::shared_ptr<platform::CBCentralManager> bluetooth() const;
+
+  RadioStatus radioStatus() const;  // any thread
+  // Called on the main queue with every change of it. Main thread.
+  void setRadioObserver(std::function<void(const RadioStatus&)> observer);
+  // Called on the main queue with what is heard, of whatever region, before the regions have it. Main thread.
+  void setReportObserver(std::function<void(std::span<const BeaconReport>)> observer);
+
+ private:
+  class Radio;
+  std::shared_ptr<Radio> radio_;
+};
+
+}  // namespace wayloom::linux_

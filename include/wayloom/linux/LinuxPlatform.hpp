@@ -1,0 +1,26 @@
+// The Platform of a Linux host with Bluetooth:
+//
+//   auto loop = std::make_shared<posix::MainLoop>();
+//   auto platform = linux_::makePlatform({.posix = {.mainBundle = "bundle", .documents = "/var/lib/kiosk", .loop =
+//   loop}}); TWLManager manager(*platform, &myDelegate); loop->run();
+#pragma once
+
+#include <memory>
+
+#include "wayloom/linux/BluezScanner.hpp"
+#include "wayloom/platform/Platform.hpp"
+#include "wayloom/posix/PosixPlatform.hpp"
+
+namespace wayloom::linux_ {
+
+struct PlatformOptions {
+  posix::PlatformOptions posix = {};  // `location` and `bluetooth` are not looked at
+  BluezOptions bluez = {};
+};
+
+// As posix::makeServices(), with `location` a LinuxLocationServices and `bluetooth` its radio. A host without a bus, a
+// service or an adapter gets the same, working but for the radio; the log says what is missing.
+platform::PlatformServices makeServices(const PlatformOptions& options);
+std::unique_ptr<platform::Platform> makePlatform(const PlatformOptions& options);
+
+}  // namespace wayloom::linux_

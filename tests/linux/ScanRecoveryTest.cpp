@@ -1,0 +1,156 @@
+// What may happen to a scan, and that it is running again soon after.
+#include <gmock/gmock.h>
+
+#include "tests/linux/RadioWorld.hpp"
+
+namespace wayloom::tests {
+namespace {
+
+using linux_::RadioCondition;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ScanRecovery : public RadioTest {
+ protected:
+  // Inside the venue, with a beacon on.
+  void settle(FakeBluez& bluez) {
+    beOn(bluez);
+    listen();
+    watchVenue();
+    runUntilTold("enter venue");
+    runUntilRanged();
+  }
+
+  // What every cause must come to: one error, no exit while it lasts, then rangings.
+  void expectRecovery(RadioCondition cause, const std::function<void()>& begin, const std::function<void()>& end) {
+    told.clear();
+    logged.clear();
+    begin();
+    runUntil([&] { return is(cause); });
+    runFor(1500ms);  // twice the silence after which a region is left
+    end();
+    runUntilRanged();
+    EXPECT_THAT(told, ElementsAre("error " + std::to_string(static_cast<int>(cause))));
+    EXPECT_THAT(logged, ElementsAre(HasSubstr(std::string(description(cause))), "Bluetooth works again."));
+  }
+};
+
+TEST_F(ScanRecovery, DaemonStopsAndComesBack) {
+  std::optional<FakeBluez> bluez(std::in_place, bus.address());
+  settle(*bluez);
+  expectRecovery(
+      RadioCondition::noDaemon, [&] { bluez.reset(); },
+      [&] {
+        bluez.emplace(bus.address());
+        beOn(*bluez);
+      });
+}
+
+TEST_F(ScanRecovery, AdapterAndPowerGoAndCome) {
+  FakeBluez bluez(bus.address());
+  settle(bluez);
+  expectRecovery(
+      RadioCondition::noAdapter, [&] { bluez.removeAdapter(); }, [&] { bluez.addAdapter(); });
+  expectRecovery(
+      RadioCondition::unpowered, [&] { bluez.setPowered(false); }, [&] { bluez.setPowered(true); });
+}
+
+TEST_F(ScanRecovery, CallsFailOrHang) {
+  FakeBluez bluez(bus.address());
+  settle(bluez);
+  const auto with = [&](const FakeBluez::Faults& faults) {
+    return [&, faults] {
+      bluez.setFaults(faults);
+      if (!faults.hangs && faults.error.empty()) return;
+      bluez.endDiscovery();
+    };
+  };
+  expectRecovery(RadioCondition::failing, with({.error = "org.bluez.Error.InProgress"}), with({}));
+  expectRecovery(RadioCondition::failing, with({.hangs = true}), with({}));
+  expectRecovery(RadioCondition::refused, with({.error = "org.freedesktop.DBus.Error.AccessDenied"}), with({}));
+}
+
+TEST_F(ScanRecovery, BusEndsAndComesBack) {
+  std::optional<FakeBluez> bluez(std::in_place, bus.address());
+  settle(*bluez);
+  expectRecovery(
+      RadioCondition::noBus,
+      [&] {
+        bus.stop();
+        bluez.reset();
+      },
+      [&] {
+        bus.start();
+        bluez.emplace(bus.address());
+        beOn(*bluez);
+      });
+}
+
+TEST_F(ScanRecovery, ScanThatClaimsToRunButHearsNothingIsRestarted) {
+  FakeBluez bluez(bus.address());
+  settle(bluez);
+  told.clear();
+  const int starts = bluez.starts();
+  bluez.setFaults({.silentUntilRestart = true});
+  runUntil([&] { return bluez.starts() > starts; });
+  runUntilRanged();
+  EXPECT_THAT(told, ElementsAre());
+  EXPECT_TRUE(is(RadioCondition::scanning));
+  EXPECT_THAT(logged, ElementsAre(HasSubstr("no device at all is heard"), "Bluetooth works again."));
+
+  // Where there is really nothing to hear, regions are left all the same, though the restarts go on.
+  logged.clear();
+  bluez.setFaults({.silent = true});
+  runUntilTold("exit venue");
+  const int silentStarts = bluez.starts();
+  runUntil([&] { return bluez.starts() > silentStarts + 1; });
+  EXPECT_EQ(logged.size(), 1U);
+  bluez.setFaults({});
+  runUntilTold("enter venue");
+  EXPECT_EQ(countErrors(), 0);
+}
+
+TEST_F(ScanRecovery, ScanEndedByTheServiceIsBegunAgain) {
+  FakeBluez bluez(bus.address());
+  settle(bluez);
+  told.clear();
+  bluez.endDiscovery();
+  runUntil([&] { return bluez.starts() == 2; });
+  runUntilRanged();
+  EXPECT_THAT(told, ElementsAre());
+}
+
+TEST_F(ScanRecovery, NothingWaitsForABusThatHangs) {
+  FakeBluez bluez(bus.address());
+  settle(bluez);
+  bus.freeze();
+  runFor(300ms);
+  const auto before = std::chrono::steady_clock::now();
+  manager.reset();
+  services.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 1s);
+  // Connecting to it hangs, too.
+  listen();
+  watchVenue();
+  runFor(200ms);
+  manager.reset();
+  services.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - before, 2s);
+  bus.thaw();
+}
+
+TEST_F(ScanRecovery, HostWithoutABusIsToldOnceAndWorksOtherwise) {
+  listen(quickOptions("unix:path=/nonexistent/bus"));
+  watchVenue();
+  runUntil([&] { return is(RadioCondition::noBus); });
+  runFor(400ms);
+  EXPECT_THAT(told, ElementsAre("error 4"));
+  EXPECT_THAT(logged, ElementsAre(HasSubstr("can't be reached")));
+  EXPECT_EQ(services->bluetooth()->state(), platform::CBCentralManagerState::unsupported);
+  EXPECT_TRUE(services->isMonitoringAvailable().value());
+  services->receive({{kVenue, 1, 1}, -60, -59});
+  runUntil([&] { return rangings["venue"] > 0; });
+}
+
+}  // namespace
+}  // namespace wayloom::tests
