@@ -94,7 +94,7 @@ TEST_F(Load, OneRangingASecondForEachRegionWithAnyNumberOfBeacons) {
     EXPECT_THAT(rangedBeacons, AllOf(Ge(3U * static_cast<unsigned>(number)), Le(5U * static_cast<unsigned>(number))));
     std::printf("%d beacons, 10 reports a second each: %.2f %% of a core\n", number, 100.0 * used);
 #ifndef WAYLOOM_SANITIZED
-    if (number == 50) EXPECT_LT(used, 0.03);
+    EXPECT_LT(used, number > 50 ? 0.3 : 0.03);
 #endif
     manager.reset();
     services.reset();
