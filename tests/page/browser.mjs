@@ -8,7 +8,7 @@ import { pathToFileURL } from 'node:url';
 import { chromium } from 'playwright-core';
 
 const RESOURCES = process.env.WAYLOOM_RESOURCES;
-const FLAGS = ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking', '--disable-component-update', '--disable-sync'];
+export const FLAGS = ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking', '--disable-component-update', '--disable-sync'];
 export const RED = [255, 0, 0];
 export const BLUE = [0, 0, 255];
 
@@ -136,6 +136,14 @@ export class Screen {
       return count ? { x: x / count, y: y / count } : null;
     }, [colour, tolerance]);
     return middle && { x: middle.x / this.ratio, y: middle.y / this.ratio };
+  }
+
+  // The picture of the plan is as fine as the screen, and lies on it pixel by pixel.
+  isSharp() {
+    return this.page.evaluate(() => {
+      const { width, style } = document.getElementById('detail');
+      return width === Math.round(innerWidth * devicePixelRatio) && style.transform === 'matrix(1, 0, 0, 1, 0, 0)';
+    });
   }
 
   async dot() {

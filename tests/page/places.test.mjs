@@ -45,6 +45,7 @@ for (const name of Object.keys(maps)) {
         await screen.call(`setDotPosition(${truth.x}, ${truth.y}, 4, true)`);
         assertNear(await screen.dot(), mark, 1 / ratio, `dot ${where}`);
         await screen.call('hideDot()');
+        assert.ok(await screen.isSharp(), `sharp ${where}`);
       };
       await screen.drag({ x: 400, y: 300 }, { x: 405, y: 300 }); // from now on the map doesn't follow the dot
       await check('when all is shown');
