@@ -125,30 +125,34 @@
       canvas.style.height = canvas.height / ratio + 'px';
     }
 
-    paintContent(context, scale, visible) {
+    static fill(context, operation, colour, { x, y, width, height }) {
+      context.globalCompositeOperation = operation;
+      context.fillStyle = colour;
+      context.fillRect(x, y, width, height);
+    }
+
+    // part: of the map, that the canvas covers.
+    paintContent(context, scale, part) {
       if (this.image) {
         context.drawImage(this.image, 0, 0, this.size.width, this.size.height);
         return;
       }
       const step = this.grid ? this.grid.width : 0;
       if (step * scale < 40) return; // too fine to be seen
-      for (let x = Math.floor(visible.left / step) * step; x < visible.right; x += step) {
-        for (let y = Math.floor(visible.top / step) * step; y < visible.bottom; y += step) context.drawImage(this.grid, x, y, step, step);
+      const first = (start) => Math.floor(Math.max(start, 0) / step) * step;
+      const right = Math.min(part.x + part.width, this.sheet.width);
+      const bottom = Math.min(part.y + part.height, this.sheet.height);
+      for (let x = first(part.x); x < right; x += step) {
+        for (let y = first(part.y); y < bottom; y += step) context.drawImage(this.grid, x, y, step, step);
       }
     }
 
     // A light plan becomes a dark one of the same hues: turned to its negative, then given its own colour back.
-    darken(context, scale, visible) {
-      const fill = (operation, colour) => {
-        context.globalCompositeOperation = operation;
-        context.fillStyle = colour;
-        context.fillRect(0, 0, this.sheet.width, this.sheet.height);
-      };
-      fill('difference', '#fff');
+    darken(context, scale, part) {
+      Plan.fill(context, 'difference', '#fff', part);
       context.globalCompositeOperation = 'color';
-      this.paintContent(context, scale, visible);
-      fill('screen', '#20242b');
-      context.globalCompositeOperation = 'source-over';
+      this.paintContent(context, scale, part);
+      Plan.fill(context, 'screen', '#20242b', part);
     }
 
     paintAreas(context, scale) {
@@ -165,24 +169,18 @@
       }
     }
 
-    // scale, x, y as in a view; ratio: canvas pixels to a screen pixel.
+    // scale, x, y as in a view; ratio: canvas pixels to a screen pixel. What lies beside the sheet is cut off in one
+    // step at the end: an edge between two pixels that is drawn several times would show.
     paint(canvas, { scale, x, y }, ratio) {
       const context = canvas.getContext('2d');
-      const end = (length, offset, most) => clamp((length / ratio - offset) / scale, 0, most);
-      const visible = { left: end(0, x, this.sheet.width), right: end(canvas.width, x, this.sheet.width), top: end(0, y, this.sheet.height), bottom: end(canvas.height, y, this.sheet.height) };
-      context.setTransform(1, 0, 0, 1, 0, 0);
-      context.clearRect(0, 0, canvas.width, canvas.height);
-      context.save();
+      const part = { x: -x / scale, y: -y / scale, width: canvas.width / ratio / scale, height: canvas.height / ratio / scale };
       context.setTransform(scale * ratio, 0, 0, scale * ratio, x * ratio, y * ratio);
-      context.beginPath();
-      context.rect(0, 0, this.sheet.width, this.sheet.height);
-      context.clip();
-      context.fillStyle = '#fff';
-      context.fillRect(0, 0, this.sheet.width, this.sheet.height);
-      this.paintContent(context, scale, visible);
-      if (darkness.matches) this.darken(context, scale, visible);
+      Plan.fill(context, 'source-over', '#fff', part);
+      this.paintContent(context, scale, part);
+      if (darkness.matches) this.darken(context, scale, part);
+      context.globalCompositeOperation = 'source-over';
       this.paintAreas(context, scale);
-      context.restore();
+      Plan.fill(context, 'destination-in', '#000', { x: 0, y: 0, ...this.sheet });
     }
 
     paintOverview() {
