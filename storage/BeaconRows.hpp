@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <unordered_map>
 #include <vector>
 
 #include "wayloom/platform/CLBeacon.hpp"
@@ -24,7 +24,7 @@ class BeaconRows {
   void clear() { rows_.clear(); }
 
  private:
-  std::map<platform::BeaconIdentity, Ids> rows_;
+  std::unordered_map<platform::BeaconIdentity, Ids> rows_;
 };
 
 }  // namespace wayloom::storage

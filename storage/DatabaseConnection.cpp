@@ -33,6 +33,8 @@ std::int64_t DatabaseConnection::lastInsertRowId() const {
   return isOpen() ? sqlite3_last_insert_rowid(state_->handle) : 0;
 }
 
+std::int64_t DatabaseConnection::changeCount() const { return isOpen() ? sqlite3_total_changes(state_->handle) : 0; }
+
 bool DatabaseConnection::isInTransaction() const { return isOpen() && sqlite3_get_autocommit(state_->handle) == 0; }
 
 const std::optional<DatabaseError>& DatabaseConnection::error() const { return state_->error; }

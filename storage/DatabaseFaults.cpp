@@ -23,21 +23,23 @@ bool DatabaseFaults::passes(const DatabaseError& error) {
   return error.code == SQLITE_BUSY || error.code == SQLITE_LOCKED || error.code == SQLITE_FULL;
 }
 
-void DatabaseFaults::failed(const DatabaseError& error, bool isSchema) {
+void DatabaseFaults::failed(const DatabaseError& error, During during) {
   failing_ = true;
+  failsToWrite_ |= during == During::writing;
   const std::uint32_t bit = 1U << (static_cast<unsigned>(error.code) % 32U);
   if ((told_ & bit) != 0) return;
   told_ |= bit;
-  if (isSchema) platform_.systemLog().write("Woah, SQL failed!");
+  if (during == During::setUp) platform_.systemLog().write("Woah, SQL failed!");
   platform_.systemLog().write("Database " + name_ + " can't be used: " + error.message + " (" +
                               std::to_string(error.code) + "); what happens meanwhile is not recorded");
 }
 
-void DatabaseFaults::succeeded() {
-  if (!failing_) return;
+void DatabaseFaults::succeeded(bool hasWritten) {
+  if (!failing_ || (failsToWrite_ && !hasWritten)) return;
   platform_.systemLog().write("Database " + name_ +
                               " can be used again; changes lost meanwhile: " + std::to_string(lost_));
   failing_ = false;
+  failsToWrite_ = false;
   told_ = 0;
   lost_ = 0;
   wait_ = {};

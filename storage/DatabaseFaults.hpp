@@ -16,7 +16,8 @@ class Platform;
 namespace storage {
 
 // Keeps count of one file's faults: says in the system log when it begins to fail, for each reason once, and when it
-// works again; decides how long to wait before it is tried again. A fault lasts until something succeeds.
+// works again; decides how long to wait before it is tried again. A fault met while writing lasts until something has
+// been written: a full disk can still be read. One met while reading lasts until anything succeeds.
 class DatabaseFaults {
  public:
   DatabaseFaults(platform::Platform& platform, std::string name);
@@ -24,9 +25,10 @@ class DatabaseFaults {
   // Whether the file can be expected to work as soon as the reason has gone, without being opened again.
   static bool passes(const DatabaseError& error);
 
-  void failed(const DatabaseError& error, bool isSchema = false);
+  enum class During { reading, writing, setUp };
+  void failed(const DatabaseError& error, During during);
   void lostChange() { ++lost_; }
-  void succeeded();
+  void succeeded(bool hasWritten);
 
   // Of a connection that could not be opened: whether to try again by now.
   bool mayOpen() const;
@@ -38,6 +40,7 @@ class DatabaseFaults {
   platform::Platform& platform_;
   const std::string name_;
   bool failing_ = false;
+  bool failsToWrite_ = false;
   std::uint32_t told_ = 0;  // a bit for each primary result code
   std::uint64_t lost_ = 0;
   platform::Duration wait_{};

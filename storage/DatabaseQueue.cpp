@@ -59,12 +59,13 @@ bool DatabaseQueue::run(Kind kind, const TransactionCallback& callback) {
   }
   connection_->setPatience(faults_->patience());
   connection_->forgetError();
+  const auto changesBefore = connection_->changeCount();
   {
     std::unique_lock writer(file_->writer, std::defer_lock);
     if (kind != Kind::reading) writer.lock();
     transact(kind, callback);
   }
-  return settle(kind);
+  return settle(kind, connection_->changeCount() != changesBefore);
 }
 
 void DatabaseQueue::transact(Kind kind, const TransactionCallback& callback) {
@@ -97,7 +98,8 @@ bool DatabaseQueue::reopen() {
   auto opened = std::make_unique<DatabaseConnection>(path_);
   opened->setPatience(faults_->patience());
   if (!configure(*opened)) {
-    faults_->failed(*opened->error(), opened->isOpen());
+    using During = DatabaseFaults::During;
+    faults_->failed(*opened->error(), opened->isOpen() ? During::setUp : During::reading);
     faults_->couldNotOpen();
     return false;
   }
@@ -124,15 +126,16 @@ bool DatabaseQueue::configure(DatabaseConnection& connection) {
   return !connection.error();
 }
 
-bool DatabaseQueue::settle(Kind kind) {
+bool DatabaseQueue::settle(Kind kind, bool hasWritten) {
   const auto& error = connection_->error();
   if (!error) {
-    faults_->succeeded();
+    faults_->succeeded(hasWritten);
     checkpointWhenDue();
     return true;
   }
-  faults_->failed(*error);
-  if (kind == Kind::writing) faults_->lostChange();
+  const bool writes = kind == Kind::writing;
+  faults_->failed(*error, writes ? DatabaseFaults::During::writing : DatabaseFaults::During::reading);
+  if (writes) faults_->lostChange();
   if (DatabaseFaults::passes(*error)) return false;
   connection_.reset();
   faults_->couldNotOpen();

@@ -84,6 +84,10 @@ sqlite3_stmt* DatabaseConnection::State::prepare(std::string_view text, unsigned
 
 ResultSet::Statement* DatabaseConnection::State::acquire(std::string_view text) {
   if (handle == nullptr) return nullptr;
+  if (latest != cache.end() && !latest->second.inUse && latest->first == text) {
+    latest->second.inUse = true;
+    return &latest->second;
+  }
   auto entry = cache.find(text);
   if (entry == cache.end()) {
     auto* prepared = prepare(text, SQLITE_PREPARE_PERSISTENT);
@@ -91,6 +95,7 @@ ResultSet::Statement* DatabaseConnection::State::acquire(std::string_view text) 
     entry = cache.emplace(text, Statement{prepared, this, false, true}).first;
   }
   if (!entry->second.inUse) {
+    latest = entry;
     entry->second.inUse = true;
     return &entry->second;
   }
@@ -105,12 +110,13 @@ void DatabaseConnection::State::release(Statement* statement) {
     return;
   }
   sqlite3_reset(statement->handle);
-  sqlite3_clear_bindings(statement->handle);
   statement->inUse = false;
 }
 
 bool DatabaseConnection::State::bind(Statement& statement, std::initializer_list<DatabaseValue> arguments,
                                      sqlite3_destructor_type lifetime) {
+  // What an earlier use has bound may be gone: every argument must be given.
+  if (sqlite3_bind_parameter_count(statement.handle) != static_cast<int>(arguments.size())) return note(SQLITE_RANGE);
   int place = 0;
   for (const auto& argument : arguments)
     if (!note(std::visit(Binder{statement.handle, ++place, lifetime}, argument.content()))) return false;

@@ -39,7 +39,9 @@ struct DatabaseConnection::State {
   bool note(int result);
 
   sqlite3* handle = nullptr;
-  std::unordered_map<std::string, Statement, TextHash, std::equal_to<>> cache;
+  using Cache = std::unordered_map<std::string, Statement, TextHash, std::equal_to<>>;
+  Cache cache;
+  Cache::iterator latest = cache.end();  // a ranging executes the same statement again and again
   std::optional<DatabaseError> error;
   std::uint64_t epoch;
   int logPages = 0;

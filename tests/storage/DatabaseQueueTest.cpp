@@ -144,7 +144,12 @@ TEST_F(DatabaseQueueTest, aFullDiskLosesOnlyWhatIsWrittenMeanwhile) {
   rlimit small = usual;
   small.rlim_cur = std::filesystem::file_size(path + "-wal") + 1;
   ::setrlimit(RLIMIT_FSIZE, &small);
-  for (int i = 0; i < 3; ++i) EXPECT_FALSE(add(*queue, std::string(10000, 'x')));
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FALSE(add(*queue, std::string(100000, 'x')));
+    world.wait(31);
+    EXPECT_EQ(count(*queue), 1);  // reading still works, and is no recovery
+    EXPECT_TRUE(queue->inTransaction([](DatabaseConnection&, bool&) {}));
+  }
   ::setrlimit(RLIMIT_FSIZE, &usual);
   world.wait(31);
   EXPECT_TRUE(add(*queue, "after"));

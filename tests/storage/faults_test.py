@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Spoils a running host's files from outside: it must keep running, say so, and record again afterwards."""
+import atexit
 import os
 import pathlib
 import sqlite3
@@ -27,6 +28,7 @@ class Host:
         user = {'user': NOBODY, 'group': NOBODY, 'extra_groups': []} if os.geteuid() == 0 else {}
         self.process = subprocess.Popen([options.driver, bundle, self.documents, '1000000'], stdout=subprocess.DEVNULL,
                                         stderr=self.log.open('wb'), **user)
+        atexit.register(self.kill)
 
     def own(self, writable):
         for path in [self.documents, *self.documents.rglob('*')]:
@@ -52,10 +54,13 @@ class Host:
     def says(self, text):
         return text in self.log.read_text()
 
-    def end(self):
-        assert self.process.poll() is None, 'the host ended'
+    def kill(self):
         self.process.kill()
         self.process.wait()
+
+    def end(self):
+        assert self.process.poll() is None, 'the host ended'
+        self.kill()
         lines = self.log.read_text().splitlines()
         assert len(lines) < 100, f'{len(lines)} log lines: it says the same again and again'
 

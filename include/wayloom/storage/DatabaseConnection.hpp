@@ -46,6 +46,8 @@ class DatabaseConnection {
   ResultSet executeQuery(std::string_view query, std::initializer_list<DatabaseValue> arguments = {});
 
   std::int64_t lastInsertRowId() const;
+  // Rows inserted, changed or deleted since opening, what was taken back included.
+  std::int64_t changeCount() const;
   bool isInTransaction() const;
 
   // What failed first since the last call of forgetError(), or since opening.

@@ -69,7 +69,7 @@ class DatabaseQueue {
   bool reopen();
   bool configure(DatabaseConnection& connection);
   void beginAnew();
-  bool settle(Kind kind);
+  bool settle(Kind kind, bool hasWritten);
   void checkpointWhenDue();
   void checkpoint();
 
