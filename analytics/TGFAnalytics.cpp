@@ -112,7 +112,7 @@ void TGFAnalytics::closeGeoSession(DatabaseConnection& connection, const TGFCirc
 
 void TGFAnalytics::updateSessionWithRegionAndBeacons(const TGFRegion& region, const TGFBeaconList& beacons) {
   const auto* beaconRegion = dynamic_cast<const TGFBeaconRegion*>(&region);
-  if (beaconRegion == nullptr) return;
+  if (beaconRegion == nullptr || beacons.empty()) return;
   db_->inTransaction([&](DatabaseConnection& connection, bool&) {
     auto* session = openSessions_->find(connection, *beaconRegion);
     if (session == nullptr) return;
