@@ -43,6 +43,8 @@ GtkWebView::GtkWebView(std::shared_ptr<const WebSession> session, platform::Dura
       session_(std::move(session)),
       scripts_(view(), scriptTimeout, [this] { webkit_web_view_terminate_web_process(view()); }) {
   connect();
+  // Starts the process: a first page comes a quarter of a second sooner when it is there.
+  webkit_web_view_evaluate_javascript(view(), "0", -1, nullptr, nullptr, nullptr, nullptr, nullptr);
 }
 
 // A process that is busy may never hear that its page is gone.

@@ -4,6 +4,7 @@
 
 #include "wayloom/maps/TWLMapView.hpp"
 
+#include "backends/gtk/GraphicsProcessor.hpp"
 #include "backends/gtk/GtkAlert.hpp"
 #include "backends/gtk/GtkContainerView.hpp"
 #include "backends/gtk/GtkControls.hpp"
@@ -20,7 +21,7 @@ std::unique_ptr<platform::ContainerView> GtkWidgetFactory::makeContainerView() {
 }
 
 std::unique_ptr<platform::WebView> GtkWidgetFactory::makeWebView() {
-  if (!session_) session_ = std::make_shared<const WebSession>();
+  if (!session_) session_ = std::make_shared<const WebSession>(options_.accelerated.value_or(hasGraphicsProcessor()));
   return std::make_unique<GtkWebView>(session_, options_.scriptTimeout);
 }
 

@@ -10,22 +10,23 @@ void cancelDownload(WebKitNetworkSession*, WebKitDownload* download, gpointer) n
   webkit_download_cancel(download);
 }
 
-ObjectRef<WebKitSettings> makeSettings() {
+ObjectRef<WebKitSettings> makeSettings(bool accelerated) {
   return ObjectRef<WebKitSettings>::adopting(webkit_settings_new_with_settings(
       "allow-file-access-from-file-urls", FALSE, "allow-universal-access-from-file-urls", FALSE, "allow-modal-dialogs",
-      FALSE, "allow-top-navigation-to-data-urls", FALSE, "enable-back-forward-navigation-gestures", FALSE,
-      "enable-fullscreen", FALSE, "enable-html5-database", FALSE, "enable-html5-local-storage", FALSE, "enable-media",
-      FALSE, "enable-media-stream", FALSE, "enable-page-cache", FALSE, "enable-webaudio", FALSE, "enable-webgl", FALSE,
-      "enable-webrtc", FALSE, "javascript-can-access-clipboard", FALSE, "javascript-can-open-windows-automatically",
-      FALSE, nullptr));
+      FALSE, "allow-top-navigation-to-data-urls", FALSE, "hardware-acceleration-policy",
+      accelerated ? WEBKIT_HARDWARE_ACCELERATION_POLICY_ALWAYS : WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER,
+      "enable-back-forward-navigation-gestures", FALSE, "enable-fullscreen", FALSE, "enable-html5-database", FALSE,
+      "enable-html5-local-storage", FALSE, "enable-media", FALSE, "enable-media-stream", FALSE, "enable-page-cache",
+      FALSE, "enable-webaudio", FALSE, "enable-webgl", FALSE, "enable-webrtc", FALSE, "javascript-can-access-clipboard",
+      FALSE, "javascript-can-open-windows-automatically", FALSE, nullptr));
 }
 
 }  // namespace
 
-WebSession::WebSession()
+WebSession::WebSession(bool accelerated)
     : context_(ObjectRef<WebKitWebContext>::adopting(webkit_web_context_new())),
       network_(ObjectRef<WebKitNetworkSession>::adopting(webkit_network_session_new_ephemeral())),
-      settings_(makeSettings()) {
+      settings_(makeSettings(accelerated)) {
   // Otherwise files that change, such as the plans of an update, are served from a cache.
   webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
   auto* proxy = webkit_network_proxy_settings_new(kNoProxy, nullptr);

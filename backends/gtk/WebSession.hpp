@@ -9,7 +9,7 @@ namespace wayloom::gtk {
 // What the web views of one factory share: nothing is kept on disk or between loads, and no network is reached.
 class WebSession {
  public:
-  WebSession();
+  explicit WebSession(bool accelerated);
 
   // A new web view of this session; its reference is floating.
   GtkWidget* makeView() const;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtk/gtk.h>
+#include <malloc.h>
 #include <optional>
 
 #include "wayloom/gtk/GtkPlatform.hpp"
@@ -201,6 +202,10 @@ int run(int argc, char** argv) {
 }  // namespace wayloom::tools
 
 int main(int argc, char** argv) {
+  // Without a graphics processor, every frame is drawn into fresh memory of the window's size: keeping it saves a third
+  // of the work.
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
   try {
     return wayloom::tools::run(argc, argv);
   } catch (const std::exception& failure) {

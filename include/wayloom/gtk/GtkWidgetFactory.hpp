@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "wayloom/platform/WidgetFactory.hpp"
@@ -19,6 +20,9 @@ class WebSession;
 struct GtkOptions {
   // Opens the page on which people change what this application may do; empty: there is none.
   std::function<void()> openSettingsPage{};
+  // Whether pages are composed by the graphics processor; empty: where there is one. Emulated by the processor that
+  // costs ten times as much as drawing without it.
+  std::optional<bool> accelerated{};
   // Longest run of a script before its page counts as lost, and is ended.
   platform::Duration scriptTimeout = std::chrono::seconds(5);
 };
