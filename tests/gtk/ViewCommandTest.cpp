@@ -62,6 +62,22 @@ TEST(ViewCommand, FollowsARecordingToItsEnd) {
     EXPECT_EQ(run(kView + arguments).status, 2) << arguments;
 }
 
+// Without a bus there is no radio, which is said; the map is shown all the same.
+TEST(ViewCommand, ShowsTheMapWhileThereIsNoRadio) {
+  const sim::TestFolder folder;
+  const auto outcome = run("DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent timeout 3 " + kView + "--live --documents " +
+                           folder.path() + "/documents");
+  if (outcome.status == 1) {
+    EXPECT_EQ(outcome.output,
+              "wayloom: there is no radio in this build: it was made without the backend for Bluetooth\n");
+    return;
+  }
+  EXPECT_EQ(outcome.status, 124);  // it had to be stopped
+  EXPECT_THAT(outcome.output, HasSubstr("message bus"));
+  EXPECT_THAT(outcome.output, HasSubstr("Loading map from " + folder.path() + "/documents/maps/map.html"));
+  EXPECT_THAT(outcome.output, testing::Not(HasSubstr("failed to load")));
+}
+
 // The mouse goes to the middle of the map, and the command prints where that is.
 TEST(ViewCommand, PrintsTapsInMetres) {
   const sim::TestFolder folder;

@@ -140,19 +140,21 @@ int viewLive(const Options& options) {
   platformOptions.mainBundle = options.venue + "/bundle";
   platformOptions.documents = options.documents;
   platformOptions.loop = loop;
-  auto services = liveServices(platformOptions);
-  if (!services) {
+  auto live = liveServices(platformOptions);
+  if (!live) {
     complain("there is no radio in this build: it was made without the backend for Bluetooth");
     return kRunFailed;
   }
-  gtk::addWidgets(*services, loop);
-  platform::Platform platform(std::move(*services));
+  gtk::addWidgets(live->services, loop);
+  platform::Platform platform(std::move(live->services));
   TWLManager manager(platform);
   manager.updateMaps();
   Session session;
   MapWindow window(platform, manager, windowOptions(options));
   window.setClosedCallback([&] { session.stop(); });
+  live->observeRadio([&](const std::string& condition) { window.setTimeText(condition); });
   session.run();
+  live->observeRadio({});
   return kSucceeded;
 }
 
