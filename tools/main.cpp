@@ -29,6 +29,9 @@ int run(int argc, char** argv) {
   registerView(app);
   registerServe(app);
   registerDump(app);
+  registerScan(app);
+  registerRecord(app);
+  registerRun(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& failure) {

@@ -67,9 +67,14 @@ class LinuxLocationServices::Radio : public ScannerListener, public std::enable_
     if (isNews && services_ != nullptr) report(status);
   }
 
+  void scanAlways() {
+    scansAlways_ = true;
+    want(true);
+  }
+
   // The scan outlasts a short lack of regions.
   void want(bool wanted) {
-    if (wanted) {
+    if (wanted || scansAlways_) {
       rest_.reset();
       return scanner_->setWanted(true);
     }
@@ -112,6 +117,7 @@ class LinuxLocationServices::Radio : public ScannerListener, public std::enable_
   std::shared_ptr<BluezCentral> central_;
   std::optional<RadioCondition> condition_;
   bool hadTrouble_ = false;
+  bool scansAlways_ = false;
   std::function<void(const RadioStatus&)> radioObserver_;
   std::function<void(std::span<const BeaconReport>)> reportObserver_;
   std::unique_ptr<platform::Timer> rest_;
@@ -132,6 +138,8 @@ LinuxLocationServices::~LinuxLocationServices() {
 }
 
 std::shared_ptr<platform::CBCentralManager> LinuxLocationServices::bluetooth() const { return radio_->central(); }
+
+void LinuxLocationServices::scanAlways() { radio_->scanAlways(); }
 
 RadioStatus LinuxLocationServices::radioStatus() const { return radio_->status(); }
 

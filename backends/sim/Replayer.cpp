@@ -7,6 +7,8 @@
 #include "wayloom/maps/TWLMapView.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 
+#include "backends/sim/TellingManager.hpp"
+
 namespace wayloom::sim {
 namespace {
 
@@ -36,52 +38,14 @@ struct Replayer::World {
   void pass(const RecordedEvent& event);
   void hand(const RecordedEvent& event);
 
-  class Manager;
-
   ReplayListener* listener;
   double lineT;
   platform::CalendarTime lineTime;
   bool hasClock = false;  // that is, whether `sim` has been made
   SimPlatform sim;
-  std::unique_ptr<Manager> manager;
+  std::unique_ptr<TellingManager<const World>> manager;
   std::unique_ptr<TWLMapView> view;
   std::string mapToShow;  // until the catalogue has it
-};
-
-// The navigation manager, telling what it is told.
-class Replayer::World::Manager : public TWLManager {
- public:
-  explicit Manager(World& world) : TWLManager(world.sim.platform()), world_(world) {}
-
-  void geofoldDidSync(TGFManager& engine) override {
-    world_.tell(&ReplayListener::synced);
-    TWLManager::geofoldDidSync(engine);
-  }
-  void geofoldDidEnter(TGFManager& engine, const TGFRegionPtr& region) override {
-    world_.tell(&ReplayListener::entered, *region);
-    TWLManager::geofoldDidEnter(engine, region);
-  }
-  void geofoldDidExit(TGFManager& engine, const TGFRegionPtr& region) override {
-    world_.tell(&ReplayListener::exited, *region);
-    TWLManager::geofoldDidExit(engine, region);
-  }
-  void geofoldDidDetermineStateForRegion(TGFManager& engine, platform::CLRegionState state,
-                                         const TGFRegionPtr& region) override {
-    world_.tell(&ReplayListener::determinedState, state, *region);
-    TWLManager::geofoldDidDetermineStateForRegion(engine, state, region);
-  }
-  void geofoldDidRangeBeaconsInRegion(TGFManager& engine, const TGFBeaconList& beacons,
-                                      const TGFBeaconRegionPtr& region) override {
-    world_.tell(&ReplayListener::ranged, beacons, *region);
-    TWLManager::geofoldDidRangeBeaconsInRegion(engine, beacons, region);
-  }
-  void geofoldDidFailWithError(TGFManager& engine, const platform::Error& error) override {
-    world_.tell(&ReplayListener::failed, error);
-    TWLManager::geofoldDidFailWithError(engine, error);
-  }
-
- private:
-  World& world_;
 };
 
 Replayer::World::World(const ReplayOptions& options, const RecordedEvent& first, ReplayListener& listenerToTell)
@@ -111,7 +75,7 @@ void Replayer::World::observe(const ReplayOptions& options) {
   sim.server().setRequestObserver(
       [this](const platform::HttpRequest& request) { tell(&ReplayListener::requested, request); });
   sim.location().setDeliveryObserver([this] { tell(&ReplayListener::located, manager->currentMapLocation()); });
-  manager = std::make_unique<Manager>(*this);
+  manager = std::make_unique<TellingManager<const World>>(sim.platform(), *this);
   auto& tracker = manager->locationTracker();
   tracker.setUseCoreLocationRanging(!options.useOwnDistance);
   if (options.explainElections)

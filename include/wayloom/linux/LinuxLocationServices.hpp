@@ -28,6 +28,9 @@ class LinuxLocationServices : public platform::RangerLocationServices {
   // The state of the same radio. May outlive these services.
   std::shared_ptr<platform::CBCentralManager> bluetooth() const;
 
+  // Scans whether or not there are regions, for an observer of reports. Main thread.
+  void scanAlways();
+
   RadioStatus radioStatus() const;  // any thread
   // Called on the main queue with every change of it. Main thread.
   void setRadioObserver(std::function<void(const RadioStatus&)> observer);

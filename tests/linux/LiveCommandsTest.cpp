@@ -1,0 +1,136 @@
+// The live commands as their users run them, on a fake service.
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sstream>
+
+#include "wayloom/platform/Json.hpp"
+#include "wayloom/sim/RecordingReader.hpp"
+
+#include "tests/linux/FakeBluez.hpp"
+#include "tests/linux/PrivateBus.hpp"
+
+namespace wayloom::tests {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::Json;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kCommand = std::string(WAYLOOM_BINARY_DIR) + "/wayloom ";
+const std::string kVenueFolder = std::string(WAYLOOM_SOURCE_DIR) + "/examples/venue";
+// The sample venue's foyer.
+const platform::BeaconIdentity kFoyer{*platform::UUID::parse("7D3A1C52-94E8-4B0F-A6D1-2E5B8C90F417"), 1, 14};
+
+class LiveCommands : public testing::Test {
+ protected:
+  void SetUp() override {
+    bluez.every(100ms, [](FakeBluez& fake) { fake.sight(1, kFoyer, -65, -58); });
+  }
+
+  // Runs a shell line with the bus given to the command at its beginning; what is typed is a shell line, too.
+  std::string run(const std::string& arguments, const std::string& typing = "") {
+    const auto line =
+        (typing.empty() ? "" : typing + " | ") + kCommand + arguments + " --bus " + bus.address() + " 2>&1";
+    std::string output;
+    std::FILE* pipe = ::popen(line.c_str(), "r");
+    std::array<char, 4096> buffer{};
+    for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
+      output.append(buffer.data(), count);
+    status = WEXITSTATUS(::pclose(pipe));
+    return output;
+  }
+
+  static std::vector<Json> linesOf(const std::string& output) {
+    std::vector<Json> lines;
+    std::istringstream stream(output);
+    for (std::string line; std::getline(stream, line);)
+      if (line.starts_with("{")) lines.push_back(Json::parse(line));
+    return lines;
+  }
+
+  PrivateBus bus;
+  FakeBluez bluez{bus.address()};
+  posix::TemporaryDirectory folder;
+  int status = -1;
+};
+
+TEST_F(LiveCommands, ScanListsWhatIsHeard) {
+  const auto lines = linesOf(run("scan --json --for 2.5 --venue " + kVenueFolder));
+  EXPECT_EQ(status, 0);
+  ASSERT_FALSE(lines.empty());
+  const auto& last = lines.back();
+  EXPECT_EQ(last["minor"], 14);
+  EXPECT_EQ(last["name"], "Foyer");
+  EXPECT_EQ(last["address"], "C0:00:00:00:00:01");
+  EXPECT_NEAR(last["rssi"].get<double>(), -65.0, 1.0);
+  EXPECT_NEAR(last["rate"].get<double>(), 10.0, 3.0);
+  EXPECT_LT(last["age"].get<double>(), 1.0);
+  EXPECT_THAT(run("scan --for 1 --venue " + kVenueFolder), HasSubstr("Foyer"));
+
+  bluez.setPowered(false);
+  EXPECT_THAT(run("scan --for 0.5"), HasSubstr("bluetoothctl power on"));
+  EXPECT_EQ(status, 1);
+}
+
+TEST_F(LiveCommands, RunPrintsPositions) {
+  const auto lines = linesOf(run("run --for 4.5 --venue " + kVenueFolder));
+  EXPECT_EQ(status, 0);
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines.back()["event"], "location");
+  EXPECT_EQ(lines.back()["map_id"], "ground-floor");
+  const auto all = run("run --for 2 --events all --venue " + kVenueFolder);
+  for (const char* event : {"sync", "request", "ranged", "enter", "election"})
+    EXPECT_THAT(all, HasSubstr("\"event\":\"" + std::string(event) + "\""));
+}
+
+TEST_F(LiveCommands, RecordingsCanBeJudged) {
+  const auto file = folder / "spot.jsonl";
+  run("record --for 3 --map ground-floor --at 100,150 --venue " + kVenueFolder + " " + file);
+  EXPECT_EQ(status, 0);
+  int frames = 0;
+  int truths = 0;
+  auto reader = sim::RecordingReader::ofFile(file);
+  while (const auto* event = reader.next()) {
+    frames += event->type == sim::RecordedType::advertisement ? 1 : 0;
+    if (event->type != sim::RecordedType::truth) continue;
+    ++truths;
+    EXPECT_EQ(event->truth.x, 100.0);
+  }
+  EXPECT_FALSE(reader.error());
+  EXPECT_GT(frames, 15);
+  EXPECT_GE(truths, 3);
+  std::FILE* judged =
+      ::popen((kCommand + "evaluate --venue " + kVenueFolder + " " + file + " >/dev/null").c_str(), "r");
+  EXPECT_EQ(WEXITSTATUS(::pclose(judged)), 0);
+
+  EXPECT_THAT(run("record --for 1 --map nowhere --at 1,1 --venue " + kVenueFolder + " " + file), HasSubstr("nowhere"));
+  EXPECT_EQ(status, 1);
+}
+
+TEST_F(LiveCommands, WalkedWaypointsBecomeTruth) {
+  const auto walk = folder / "walk.json";
+  const auto file = folder / "walk.jsonl";
+  std::ofstream(walk) << R"({"start": 0, "waypoints": [
+    {"map_id": "ground-floor", "x": 100, "y": 100}, {"map_id": "ground-floor", "x": 200, "y": 100, "pause_s": 5},
+    {"map_id": "upper-floor", "x": 10, "y": 10}]})";
+  // Two seconds to the second waypoint, one there, one to the third.
+  const auto said = run("record --walk " + walk + " --venue " + kVenueFolder + " " + file,
+                        "(sleep 0.5; echo; sleep 2; echo; sleep 1; echo; sleep 1; echo; sleep 0.3; echo q)");
+  EXPECT_EQ(status, 0) << said;
+  EXPECT_THAT(said, HasSubstr("The walk is over"));
+  std::vector<sim::RecordedTruth> truth;
+  auto reader = sim::RecordingReader::ofFile(file);
+  while (const auto* event = reader.next())
+    if (event->type == sim::RecordedType::truth) truth.push_back(event->truth);
+  EXPECT_FALSE(reader.error());
+  ASSERT_GE(truth.size(), 5U);
+  EXPECT_EQ(truth.front().x, 100.0);
+  EXPECT_NEAR(truth[1].x, 150.0, 10.0);
+  EXPECT_EQ(truth.back().mapId, "upper-floor");
+}
+
+}  // namespace
+}  // namespace wayloom::tests

@@ -1,0 +1,27 @@
+#include "tools/live/KitNames.hpp"
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "tools/VenuePlans.hpp"
+
+namespace wayloom::tools {
+
+KitNames::KitNames(const std::string& venue) {
+  if (venue.empty()) return;
+  const auto folder = std::filesystem::absolute(venue).lexically_normal().string();
+  world_ = std::make_unique<sim::SimPlatform>(sim::SimOptions{.venue = folder});
+  std::string error;
+  kit_ = readKit(world_->platform(), folder, error);
+  if (!kit_) throw std::runtime_error(error);
+}
+
+std::string KitNames::nameOf(const platform::BeaconIdentity& identity) const {
+  if (!kit_) return {};
+  const auto beacon =
+      kit_->getIBeaconForCLBeacon({.proximityUUID = identity.uuid, .major = identity.major, .minor = identity.minor});
+  const auto& match = beacon.match();
+  return match.name.value_or(match.identifier.value_or(""));
+}
+
+}  // namespace wayloom::tools

@@ -1,0 +1,197 @@
+// wayloom run: the whole system on a live radio.
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+#include <mutex>
+#include <unistd.h>
+
+#include "wayloom/linux/LinuxLocationServices.hpp"
+#include "wayloom/positioning/TWLLocationTracker.hpp"
+#include "wayloom/posix/PosixClocks.hpp"
+#include "wayloom/posix/PosixPlatform.hpp"
+#include "wayloom/regions/MissingUsageDescription.hpp"
+#include "wayloom/sim/CallbackLogSink.hpp"
+#include "wayloom/sim/VenueHttpServer.hpp"
+
+#include "backends/sim/TellingManager.hpp"
+#include "tools/Command.hpp"
+#include "tools/ReplayPrinter.hpp"
+#include "tools/live/LiveLoop.hpp"
+#include "tools/live/LiveOptions.hpp"
+
+namespace wayloom::tools {
+namespace {
+
+constexpr const char* kDescription =
+    "Runs the whole system on what Bluetooth hears, and prints one JSON line for each output.";
+
+constexpr const char* kFooter =
+    "The lines are those of `wayloom replay` (docs/replay.md). Requests are answered from the venue folder; with\n"
+    "--network they go to the servers that its bundle names. Examples:\n"
+    "  wayloom run --venue venue\n"
+    "  wayloom run --venue venue --events all --documents state --network\n\n"
+    "Exit status: 0 when ended by the user or by --for; 1 when the venue or the documents folder can't be used.";
+
+struct Options {
+  LiveOptions live;
+  std::string venue;
+  std::string documents;
+  std::string events = "location";
+  bool useOwnDistance = false;
+  bool network = false;
+  bool geolocation = false;
+};
+
+// The printer, for calls from all the system's threads.
+class LivePrinter {
+ public:
+  LivePrinter(ReplayPrinter& printer, LiveLoop& loop) : printer_(printer), loop_(loop) {}
+
+  template <class... Parameters, class... Arguments>
+  void tell(void (sim::ReplayListener::*operation)(double, Parameters...), Arguments&&... arguments) {
+    const std::lock_guard lock(mutex_);
+    (static_cast<sim::ReplayListener&>(printer_).*operation)(platform::secondsSince1970(clock_.now()),
+                                                             std::forward<Arguments>(arguments)...);
+    if (!printer_.flush()) loop_.tasks()->mainQueue().async([this] { loop_.stop(); });
+  }
+
+ private:
+  ReplayPrinter& printer_;
+  LiveLoop& loop_;
+  posix::PosixCalendarClock clock_;
+  std::mutex mutex_;
+};
+
+// Shows requests on their way to another client.
+class ShownHttpClient : public platform::HttpClient {
+ public:
+  ShownHttpClient(std::shared_ptr<platform::HttpClient> client, LivePrinter& printer)
+      : client_(std::move(client)), printer_(printer) {}
+
+  std::unique_ptr<platform::HttpTask> send(platform::HttpRequest request, platform::TaskQueue& queue,
+                                           Handler handler) override {
+    printer_.tell(&sim::ReplayListener::requested, request);
+    return client_->send(std::move(request), queue, std::move(handler));
+  }
+  platform::HttpResponse sendSynchronously(platform::HttpRequest request) override {
+    printer_.tell(&sim::ReplayListener::requested, request);
+    return client_->sendSynchronously(std::move(request));
+  }
+
+ private:
+  std::shared_ptr<platform::HttpClient> client_;
+  LivePrinter& printer_;
+};
+
+class Run {
+ public:
+  explicit Run(const Options& options)
+      : options_(options),
+        venue_(std::filesystem::absolute(options.venue).lexically_normal().string()),
+        documents_(options.documents.empty() ? freshFolder() : std::filesystem::absolute(options.documents).string()),
+        printer_(STDOUT_FILENO, options.events == "all" ? ReplayPrinter::Events::all : ReplayPrinter::Events::location,
+                 {documents_, venue_}),
+        shown_(printer_, loop_) {}
+
+  ~Run() {
+    manager_.reset();
+    platform_.reset();
+    std::error_code ignored;
+    if (options_.documents.empty()) std::filesystem::remove_all(documents_, ignored);
+  }
+
+  int run() {
+    makePlatform();
+    manager_ = std::make_unique<sim::TellingManager<LivePrinter>>(*platform_, shown_);
+    location_->setDeliveryObserver(
+        [this] { shown_.tell(&sim::ReplayListener::located, manager_->currentMapLocation()); });
+    auto& tracker = manager_->locationTracker();
+    tracker.setUseCoreLocationRanging(!options_.useOwnDistance);
+    if (options_.events == "all")
+      tracker.setElectionObserver(
+          [this](const ElectionTrace& trace) { shown_.tell(&sim::ReplayListener::elected, trace); });
+    manager_->updateMaps();
+    if (options_.geolocation) manager_->startGeolocation();
+    loop_.run(options_.live.seconds);
+    location_->setDeliveryObserver({});
+    tracker.setElectionObserver({});
+    return printer_.flush() ? kSucceeded : kRunFailed;
+  }
+
+ private:
+  static std::string freshFolder() {
+    auto path = (std::filesystem::temp_directory_path() / "wayloom-XXXXXX").string();
+    if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary folder can be made");
+    return path;
+  }
+
+  void makePlatform() {
+    auto services =
+        posix::makeServices({.mainBundle = venue_ + "/bundle", .documents = documents_, .loop = loop_.tasks()});
+    // Without --events all, what is wrong with the radio is still told, on standard error.
+    if (options_.events == "all") {
+      services.console = log(sim::LogChannel::engine);
+      services.systemLog = log(sim::LogChannel::system);
+    }
+    if (!options_.network)
+      services.http =
+          std::make_shared<sim::VenueHttpServer>(services.tasks, services.files, venue_, *services.propertyLists);
+    services.http = std::make_shared<ShownHttpClient>(services.http, shown_);
+    location_ =
+        std::make_shared<linux_::LinuxLocationServices>(services.tasks, services.systemLog, options_.live.bluez());
+    services.location = location_;
+    services.bluetooth = location_->bluetooth();
+    platform_ = std::make_unique<platform::Platform>(std::move(services));
+  }
+
+  std::shared_ptr<platform::LogSink> log(sim::LogChannel channel) {
+    return std::make_shared<sim::CallbackLogSink>(
+        [this, channel](std::string_view line) { shown_.tell(&sim::ReplayListener::logged, channel, line); });
+  }
+
+  const Options& options_;
+  LiveLoop loop_;
+  std::string venue_;
+  std::string documents_;
+  ReplayPrinter printer_;
+  LivePrinter shown_;
+  std::shared_ptr<linux_::LinuxLocationServices> location_;
+  std::unique_ptr<platform::Platform> platform_;
+  std::unique_ptr<sim::TellingManager<LivePrinter>> manager_;
+};
+
+int runLive(const Options& options) {
+  try {
+    return Run(options).run();
+  } catch (const MissingUsageDescription& missing) {
+    complain(fmt::format("{}/bundle/Info.plist: {}", options.venue, missing.what()));
+    return kRunFailed;
+  }
+}
+
+}  // namespace
+
+void registerRun(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  auto& command = *app.add_subcommand("run", kDescription);
+  command.footer(kFooter);
+  command.add_option("--venue", options->venue, "Venue folder, with bundle/ and server/")
+      ->required()
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  command
+      .add_option("--documents", options->documents,
+                  "Folder for the files that the system keeps from run to run; a fresh one by default")
+      ->type_name("DIR");
+  command.add_option("--events", options->events, "What to print: only positions, or everything that happens")
+      ->check(CLI::IsMember({"location", "all"}))
+      ->capture_default_str();
+  command.add_flag("--use-own-distance", options->useOwnDistance,
+                   "Compare distances computed from averaged signals instead of those that rangings state");
+  command.add_flag("--network", options->network, "Talk to the servers that the bundle names");
+  command.add_flag("--geolocation", options->geolocation, "Use geographic fixes where no beacon is heard");
+  options->live.addTo(command);
+  runs(command, [options] { return runLive(*options); });
+}
+
+}  // namespace wayloom::tools

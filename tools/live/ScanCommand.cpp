@@ -1,0 +1,146 @@
+// wayloom scan: the beacons around, live.
+#include <cstdio>
+#include <fmt/format.h>
+#include <map>
+#include <memory>
+#include <unistd.h>
+
+#include "wayloom/posix/PosixClocks.hpp"
+
+#include "backends/sim/JsonText.hpp"
+#include "tools/Command.hpp"
+#include "tools/live/BeaconBoard.hpp"
+#include "tools/live/KitNames.hpp"
+#include "tools/live/LiveLoop.hpp"
+#include "tools/live/LiveOptions.hpp"
+
+namespace wayloom::tools {
+namespace {
+
+constexpr const char* kDescription = "Lists the beacons that Bluetooth hears, once a second.";
+
+constexpr const char* kFooter =
+    "Level and distance are estimated as rangings are (docs/ranging.md); rate is reports a second, age the seconds\n"
+    "since the last one. On a terminal the table is drawn afresh each second; otherwise it is printed once, at the\n"
+    "end. Examples:\n"
+    "  wayloom scan --venue venue --sort rate\n"
+    "  wayloom scan --json --for 60 | grep '\"minor\":14'\n\n"
+    "Exit status: 0 when the radio listened at the end; 1 when it did not, and `wayloom doctor` says why.";
+
+const std::map<std::string, BoardOrder> kOrders = {
+    {"identity", BoardOrder::identity}, {"name", BoardOrder::name}, {"rssi", BoardOrder::rssi},
+    {"distance", BoardOrder::distance}, {"rate", BoardOrder::rate}, {"age", BoardOrder::age}};
+
+struct Options {
+  LiveOptions live;
+  std::string venue;
+  BoardOrder order = BoardOrder::rssi;
+  bool json = false;
+};
+
+// Names come out of a document.
+std::string printable(std::string text) {
+  for (auto& c : text)
+    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
+  return text;
+}
+
+class Scan : public linux_::ScannerListener {
+ public:
+  explicit Scan(const Options& options)
+      : options_(options),
+        names_(options.venue),
+        board_([this](const auto& identity) { return names_.nameOf(identity); }),
+        isTerminal_(::isatty(STDOUT_FILENO) != 0 && !options.json),
+        scanner_(*loop_.tasks(), options.live.bluez(), *this) {}
+
+  int run() {
+    scanner_.setWanted(true);
+    const auto tick = loop_.tasks()->startTimer(loop_.tasks()->mainQueue(), std::chrono::seconds(1),
+                                                std::chrono::seconds(1), [this] { show(); });
+    loop_.run(options_.live.seconds);
+    if (!isTerminal_ && !options_.json) printTable();
+    std::fflush(stdout);
+    return scanner_.status().listening ? kSucceeded : kRunFailed;
+  }
+
+  void heard(std::span<const linux_::BeaconReport> reports) override { board_.add(reports); }
+
+  void radioChanged(const linux_::RadioStatus& status) override {
+    if (linux_::isTrouble(status.condition) && !isTerminal_)
+      complain(fmt::format("{}. {}", linux_::description(status.condition), linux_::advice(status.condition)));
+  }
+
+ private:
+  void show() {
+    if (options_.json) return printJson();
+    if (!isTerminal_) return;
+    fmt::print("\033[H\033[2J");
+    printTable();
+  }
+
+  std::vector<BoardRow> rows() { return board_.rows(posix::PosixMonotonicClock().now(), options_.order); }
+
+  void printTable() {
+    const auto status = scanner_.status();
+    const auto found = rows();
+    fmt::print("{}{}{}. {} beacons.\n", status.adapter, status.adapter.empty() ? "" : ": ",
+               linux_::description(status.condition), found.size());
+    if (linux_::isTrouble(status.condition)) fmt::print("{}\n", linux_::advice(status.condition));
+    fmt::print("{:36} {:>5} {:>5} {:20} {:>6} {:>7} {:>5} {:>5}\n", "uuid", "major", "minor", "name", "dBm", "m", "1/s",
+               "age");
+    for (const auto& row : found)
+      fmt::print("{:36} {:>5} {:>5} {:20.20} {:>6.1f} {:>7.2f} {:>5.1f} {:>5.1f}\n", row.identity.uuid.string(),
+                 row.identity.major, row.identity.minor, printable(row.name), row.rssi, row.distance, row.rate,
+                 row.age);
+    std::fflush(stdout);
+  }
+
+  void printJson() {
+    sim::JsonText text;
+    const double t = platform::secondsSince1970(posix::PosixCalendarClock().now());
+    for (const auto& row : rows()) {
+      text.beginObject()
+          .member("t", t)
+          .member("uuid", row.identity.uuid.string())
+          .member("major", row.identity.major)
+          .member("minor", row.identity.minor)
+          .member("name", row.name.empty() ? std::nullopt : std::optional(row.name))
+          .member("address", row.sender)
+          .member("power", row.power)
+          .member("rssi", row.rssi)
+          .member("distance", row.distance)
+          .member("rate", row.rate)
+          .member("age", row.age);
+      text.endObject().endLine();
+    }
+    std::fwrite(text.text().data(), 1, text.text().size(), stdout);
+    if (std::fflush(stdout) != 0) loop_.stop();
+  }
+
+  const Options& options_;
+  LiveLoop loop_;
+  KitNames names_;
+  BeaconBoard board_;
+  bool isTerminal_;
+  linux_::BluezScanner scanner_;
+};
+
+}  // namespace
+
+void registerScan(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  auto& command = *app.add_subcommand("scan", kDescription);
+  command.footer(kFooter);
+  command.add_option("--venue", options->venue, "Venue folder whose kit gives the beacons names")
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  command.add_option("--sort", options->order, "Order: identity, name, rssi (default), distance, rate or age")
+      ->transform(CLI::CheckedTransformer(kOrders))
+      ->type_name("COLUMN");
+  command.add_flag("--json", options->json, "One JSON line for each beacon each second");
+  options->live.addTo(command);
+  runs(command, [options] { return Scan(*options).run(); });
+}
+
+}  // namespace wayloom::tools
