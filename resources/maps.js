@@ -224,7 +224,9 @@
       }, Math.max(0, due - performance.now()));
     }
 
+    // The coarse picture is needed only where the fine one doesn't reach; left out, it costs nothing behind the dot.
     move(view) {
+      this.overview.style.visibility = this.isSharp(view) ? 'hidden' : 'visible';
       const growth = view.scale / this.painted.scale;
       const coarse = view.scale / this.overviewScale;
       this.overview.style.transform = `matrix(${coarse}, 0, 0, ${coarse}, ${view.x}, ${view.y})`;

@@ -117,7 +117,7 @@ var platform = (function (purl) {
 
     // Asks for the frame in which the next picture is due; a timer passes over those before it.
     request() {
-      if (this.requested) return;
+      if (this.requested || (!this.changed && this.running.size === 0)) return;
       window.clearTimeout(this.timer);
       const wait = this.wait(performance.now());
       if (wait > 20) {
