@@ -60,12 +60,12 @@ std::optional<std::int64_t> OpenSessions::idOf(DatabaseConnection& connection, c
 
 bool OpenSessions::note(DatabaseConnection& connection, Session& session, const TGFBeacon& beacon,
                         platform::CalendarTime now) {
-  const auto identity = beacon.beacon() ? std::optional(beacon.beacon()->identity()) : std::nullopt;
-  const auto* rows = identity ? session.beacons.find(*identity) : nullptr;
+  const auto& ranged = beacon.beacon();
+  const auto* rows = ranged ? session.beacons.find(ranged->identity()) : nullptr;
   if (rows == nullptr) {
     if (!connection.executeUpdate(kInsert, {session.id, now, textOf(beacon.uuid()), beacon.major(), beacon.minor()}))
       return false;
-    if (identity) session.beacons.add(*identity, connection.lastInsertRowId());
+    if (ranged) session.beacons.add(ranged->identity(), connection.lastInsertRowId());
     return true;
   }
   bool done = true;
