@@ -70,8 +70,9 @@ void TWLMapConfigRepo::completeStoppedUpdate() {
   log("Completing a map update that was stopped");
   TWLMapsFileManager(platform_).copyDownloadedMapFiles();
   const auto data = platform_.files().readFile(toComplete);
-  const bool isDone = data && (data->empty() || saveJsonData(platform_, *data));
-  if (isDone) platform_.files().removeFile(toComplete);
+  if (!data) return;
+  const bool hasMaps = !data->empty() && !TWLMapConfigRepo(platform_, *data).mapIds().empty();
+  if (!hasMaps || saveJsonData(platform_, *data)) platform_.files().removeFile(toComplete);
 }
 
 bool TWLMapConfigRepo::saveJsonData(platform::Platform& platform, std::string_view data) {

@@ -8,10 +8,11 @@
 namespace wayloom::posix {
 namespace {
 
-constexpr std::size_t kConnectionsToOneServer = 6;
-constexpr std::size_t kIdleHandles = 8;
+// As many as a map update has under way; a server with a hundred such clients still has room.
+constexpr std::size_t kConnectionsToOneServer = 16;
+constexpr std::size_t kIdleHandles = 16;
 // By itself libcurl keeps four times as many as there are transfers at that moment, and so closes what the next needs.
-constexpr long kOpenConnections = 16;
+constexpr long kOpenConnections = 32;
 constexpr int kLongestPoll = 3'600'000;  // ms; a wake-up ends it
 
 // libcurl's start-up is once a process; it is never taken back, as other users of it may be there.

@@ -15,8 +15,8 @@ struct CurlHttpOptions {
   std::string certificateAuthorities = {};
 };
 
-// HTTP over the network, by libcurl. One worker thread carries all requests; up to six at a time go to one server, the
-// others wait for their turn without their time-out running.
+// HTTP over the network, by libcurl. One worker thread carries all requests; up to sixteen at a time go to one server,
+// the others wait for their turn without their time-out running.
 //
 //  - Only http and https. GET and HEAD follow up to ten redirects, never from https to http; a POST follows none and
 //    returns the redirect as its response.
