@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
-#include "wayloom/maps/TWLMapsFileManager.hpp"
 #include "wayloom/platform/Platform.hpp"
 
 #include "maps/ErrorText.hpp"
@@ -54,7 +53,7 @@ void TWLMapConfigRepo::finalizeUpdate(const std::optional<std::string>& data) {
   if (const auto error = platform_.files().writeFileAtomically(toComplete, data.value_or("")))
     log("Error writing down the map update to complete: " + textOf(*error));
   setLastUpdateTime();
-  TWLMapsFileManager(platform_).copyDownloadedMapFiles();
+  files_.copyDownloadedMapFiles();
   bool isSaved = true;
   if (data) {
     const std::lock_guard lock(documentMutex_);
@@ -68,7 +67,7 @@ void TWLMapConfigRepo::completeStoppedUpdate() {
   const std::string toComplete = inDocuments(platform_, kUpdateToComplete);
   if (!platform_.files().fileExists(toComplete)) return;
   log("Completing a map update that was stopped");
-  TWLMapsFileManager(platform_).copyDownloadedMapFiles();
+  files_.copyDownloadedMapFiles();
   const auto data = platform_.files().readFile(toComplete);
   if (!data) return;
   const bool hasMaps = !data->empty() && !TWLMapConfigRepo(platform_, *data).mapIds().empty();

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
-#include "wayloom/maps/TWLMapsFileManager.hpp"
 #include "wayloom/platform/Platform.hpp"
 
 #include "maps/ErrorText.hpp"
@@ -79,7 +78,7 @@ void MapUpdate::begin(std::size_t index) {
     mapArrived(index, date, image, error);
     beginMaps();
   });
-  const std::string installed = TWLMapsFileManager(platform_).mapDirectoryPath() + "/" + map.file.file->localName;
+  const std::string installed = repo_.files_.mapDirectoryPath() + "/" + map.file.file->localName;
   if (!platform_.files().fileExists(installed)) {
     map.download = repo_.loadFromUrlCompletionHandler(map.file.file->url, std::move(handler));
     return;
@@ -101,7 +100,7 @@ void MapUpdate::mapArrived(std::size_t index, Date date, const Bytes& image, con
     platform_.systemLog().write("Error downloading map: nothing came from " + map.file.file->url);
     return mapEnded(map, Outcome::failed, 0, "nothing came from " + map.file.file->url);
   }
-  const std::string path = TWLMapsFileManager(platform_).mapDownloadPath() + "/" + map.file.file->localName;
+  const std::string path = repo_.files_.mapDownloadPath() + "/" + map.file.file->localName;
   const auto failure = repo_.writeDataToFileWithModifiedDate(*image, path, date);
   mapEnded(map, failure ? Outcome::failed : Outcome::downloaded, image->size(), failure ? textOf(*failure) : "");
 }

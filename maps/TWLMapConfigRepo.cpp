@@ -24,13 +24,14 @@ TWLMapConfigRepo& TWLMapConfigRepo::sharedRepo(platform::Platform& platform) {
   return platform.shared<TWLMapConfigRepo>([&] { return std::make_unique<TWLMapConfigRepo>(platform); });
 }
 
-TWLMapConfigRepo::TWLMapConfigRepo(platform::Platform& platform) : platform_(platform) {
+TWLMapConfigRepo::TWLMapConfigRepo(platform::Platform& platform) : platform_(platform), files_(platform) {
   completeStoppedUpdate();
   load();
   setUpdateUrl(TWLConfig(platform).WLMapConfigURL());
 }
 
-TWLMapConfigRepo::TWLMapConfigRepo(platform::Platform& platform, std::string_view json) : platform_(platform) {
+TWLMapConfigRepo::TWLMapConfigRepo(platform::Platform& platform, std::string_view json)
+    : platform_(platform), files_(platform) {
   loadFromJSON(json);
 }
 

@@ -17,13 +17,12 @@ struct InstallTurn {
   std::mutex mutex;
 };
 
-std::mutex& installTurn(platform::Platform& platform) {
-  return platform.shared<InstallTurn>([] { return std::make_unique<InstallTurn>(); }).mutex;
-}
-
 std::string reasonOf(const platform::Error& error) { return error.domain + " " + std::to_string(error.code); }
 
 }  // namespace
+
+TWLMapsFileManager::TWLMapsFileManager(platform::Platform& platform)
+    : platform_(platform), turn_(&platform.shared<InstallTurn>([] { return std::make_unique<InstallTurn>(); }).mutex) {}
 
 std::string TWLMapsFileManager::madeDirectory(std::string_view name) const {
   auto& files = platform_.files();
@@ -58,7 +57,7 @@ bool TWLMapsFileManager::copyFileFromPathToNewName(const std::optional<std::stri
 }
 
 bool TWLMapsFileManager::install(const std::string& source, const std::string& destination) {
-  const std::lock_guard turn(installTurn(platform_));
+  const std::lock_guard turn(*turn_);
   auto& files = platform_.files();
   if (const auto error = files.removeFile(destination))
     log("Could not delete file -:" + error->description + " ");
@@ -104,7 +103,7 @@ void TWLMapsFileManager::copyDownloadedMapFiles() {
 
 // A failed removal is told a second time in the end, as the move's failure.
 void TWLMapsFileManager::moveInto(const std::string& source, const std::string& destination) {
-  const std::lock_guard turn(installTurn(platform_));
+  const std::lock_guard turn(*turn_);
   auto& files = platform_.files();
   std::optional<platform::Error> error;
   if (files.fileExists(destination)) error = files.removeFile(destination);

@@ -24,6 +24,7 @@ TWLUpdateManager& TWLUpdateManager::sharedUpdateManager(platform::Platform& plat
 
 TWLUpdateManager::TWLUpdateManager(platform::Platform& platform, std::string buildDate)
     : platform_(platform),
+      files_(platform),
       buildDate_(std::move(buildDate)),
       shouldCopyMapResources_(platform.userDefaults().stringForKey(MAP_RESOURCES_COPIED) != buildDate_),
       updateBlockCondition_(platform.tasks().makeConditionLock()),
@@ -45,15 +46,14 @@ void TWLUpdateManager::update() {
 
 void TWLUpdateManager::run() {
   const std::lock_guard lock(*updateBlockCondition_);
-  TWLMapsFileManager files(platform_);
   if (shouldCopyMapResources_) {
-    files.copyMapDependencies();
+    files_.copyMapDependencies();
     markMapResourcesCopied();
   }
   auto& repo = TWLMapConfigRepo::sharedRepo(platform_);
   const auto mapIds = repo.mapIds();
   menuReady_ = true;
-  files.updateMapsFromDictionary(builtInImages(mapIds));
+  files_.updateMapsFromDictionary(builtInImages(mapIds));
   mapReady_ = true;
   repo.update();
   updateInProgress_ = false;

@@ -12,6 +12,7 @@
 
 #include "wayloom/maps/MapCatalogue.hpp"
 #include "wayloom/maps/MapUpdateStep.hpp"
+#include "wayloom/maps/TWLMapsFileManager.hpp"
 #include "wayloom/platform/HttpClient.hpp"
 #include "wayloom/platform/TaskScope.hpp"
 #include "wayloom/platform/Time.hpp"
@@ -126,6 +127,7 @@ class TWLMapConfigRepo {
   void log(std::string_view line) const;
 
   platform::Platform& platform_;
+  TWLMapsFileManager files_;
   mutable std::mutex mutex_;  // guards the three below
   std::shared_ptr<const MapCatalogue> configRepo_ = std::make_shared<const MapCatalogue>();
   std::optional<std::string> updateUrl_;

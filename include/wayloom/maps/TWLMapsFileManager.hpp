@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,7 +25,7 @@ class TWLMapsFileManager {
   // Map ids and where their images are.
   using Images = std::vector<std::pair<std::string, std::string>>;
 
-  explicit TWLMapsFileManager(platform::Platform& platform) : platform_(platform) {}
+  explicit TWLMapsFileManager(platform::Platform& platform);
 
   // The directories, without a trailing slash; made when they are missing. When that fails, the path all the same.
   std::string mapDirectoryPath() const;
@@ -54,6 +55,7 @@ class TWLMapsFileManager {
   void log(std::string_view line) const;
 
   platform::Platform& platform_;
+  std::mutex* turn_;  // the Platform's
 };
 
 }  // namespace wayloom

@@ -72,6 +72,7 @@ class TWLUpdateManager {
   TWLMapsFileManager::Images builtInImages(const std::vector<std::string>& mapIds) const;
 
   platform::Platform& platform_;
+  TWLMapsFileManager files_;
   const std::string buildDate_;
   std::atomic<bool> menuReady_ = false;
   std::atomic<bool> mapReady_ = false;
