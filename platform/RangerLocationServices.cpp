@@ -1,6 +1,7 @@
 #include "wayloom/platform/RangerLocationServices.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -9,10 +10,14 @@
 #include "wayloom/platform/BeaconRanger.hpp"
 #include "wayloom/platform/TaskScope.hpp"
 
+#include "platform/GeofenceMonitor.hpp"
+
 namespace wayloom::platform {
 namespace {
 
 constexpr Duration kTickInterval = std::chrono::seconds(1);
+// Fixes are told at least this often, however near they are to one another.
+constexpr Duration kLongestFixSilence = std::chrono::minutes(1);
 
 // A location manager as the services see it. The delegate belongs to the main thread, the rest to the services' mutex.
 struct Client {
@@ -21,6 +26,8 @@ struct Client {
   CLLocationManagerDelegate* delegate = nullptr;
   FixRequest fixRequest;
   bool updatesLocation = false;
+  std::optional<CLLocation> toldFix{};  // main thread, as is the next
+  MonotonicTime toldFixAt{};
 };
 
 using Clients = std::vector<std::shared_ptr<Client>>;
@@ -32,6 +39,15 @@ void removeByIdentifier(std::vector<Region>& regions, const std::string& identif
 
 CLBeaconRegionPtr beaconRegion(const CLRegionPtr& region) {
   return std::dynamic_pointer_cast<const CLBeaconRegion>(region);
+}
+
+CLCircularRegionPtr circularRegion(const CLRegionPtr& region) {
+  return std::dynamic_pointer_cast<const CLCircularRegion>(region);
+}
+
+bool isPlausible(const CLLocation& fix) {
+  return std::abs(fix.coordinate.latitude) <= 90.0 && std::abs(fix.coordinate.longitude) <= 180.0 &&
+         std::isfinite(fix.horizontalAccuracy) && fix.horizontalAccuracy > 0.0;
 }
 
 }  // namespace
@@ -75,15 +91,22 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
 
   // Main thread.
 
-  // The list is held, not copied: managers come and go inside the calls.
   template <class Call>
   void tellDelegates(Call call) {
+    tellClients([&](Client& client) {
+      if (client.delegate != nullptr) call(*client.delegate, client.manager);
+    });
+  }
+
+  // The list is held, not copied: managers come and go inside the calls.
+  template <class Call>
+  void tellClients(Call call) {
     std::unique_lock lock(mutex);
     const auto held = clients;
     lock.unlock();
     for (const auto& client : *held) {
       const TaskScope::Guard guard(client->scope);
-      if (guard && client->delegate != nullptr) call(*client->delegate, client->manager);
+      if (guard) call(*client);
     }
   }
 
@@ -138,11 +161,51 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
     });
   }
 
+  void receiveFix(const CLLocation& fix) {
+    if (!isPlausible(fix) || !allowed()) return;
+    {
+      const std::lock_guard lock(mutex);
+      lastFix = fix;
+    }
+    const auto now = clock.now();
+    for (const auto& news : geofences.receive(fix, now)) tell(news);
+    bool isTold = false;
+    tellClients([&](Client& client) {
+      if (!client.delegate || !isDue(client, fix, now)) return;
+      client.toldFix = fix;
+      client.toldFixAt = now;
+      isTold = true;
+      client.delegate->locationManagerDidUpdateLocations(client.manager, {&fix, 1});
+    });
+    if (isTold) observeDelivery();
+  }
+
+  bool isDue(const Client& client, const CLLocation& fix, MonotonicTime now) const {
+    const std::lock_guard lock(mutex);
+    if (!client.updatesLocation) return false;
+    return !client.toldFix || now - client.toldFixAt >= kLongestFixSilence ||
+           metresBetween(client.toldFix->coordinate, fix.coordinate) >= client.fixRequest.distanceFilter;
+  }
+
+  void tell(const GeofenceNews& news) {
+    switch (news.kind) {
+      case GeofenceNews::Kind::entered:
+        return tellEntry(news.region);
+      case GeofenceNews::Kind::exited:
+        return tellExit(news.region);
+      case GeofenceNews::Kind::state:
+        return tellState(news.state, news.region);
+    }
+  }
+
   void updateScanning() { ranger.setScanning(scanning && allowed(), clock.now()); }
 
   std::optional<FixRequest> mergedFixRequest() const {
     const std::lock_guard lock(mutex);
     std::optional<FixRequest> merged;
+    if (std::any_of(monitoredRegions.begin(), monitoredRegions.end(),
+                    [](const auto& region) { return circularRegion(region); }))
+      merged = FixRequest{};
     for (const auto& client : *clients) {
       if (!client->updatesLocation) continue;
       if (!merged) merged = client->fixRequest;
@@ -198,6 +261,7 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
 
   // Main thread.
   BeaconRanger ranger{*this};
+  GeofenceMonitor geofences;
   std::unique_ptr<Timer> timer;
   bool scanning = true;
   bool delivering = false;
@@ -231,7 +295,9 @@ class RangerLocationServices::Manager : public CLLocationManager {
     };
     state_->change(replace, [region](State& state) {
       if (const auto beacons = beaconRegion(region)) state.ranger.startMonitoring(beacons, state.clock.now());
+      if (const auto circle = circularRegion(region)) state.geofences.start(circle);
       state.updateBeaconRequest();
+      state.updateFixRequest();
       state.tellDelegates(
           [&](auto& delegate, auto* manager) { delegate.locationManagerDidStartMonitoringForRegion(manager, region); });
     });
@@ -242,15 +308,21 @@ class RangerLocationServices::Manager : public CLLocationManager {
     state_->change([&] { removeByIdentifier(state_->monitoredRegions, region->identifier()); },
                    [region](State& state) {
                      if (const auto beacons = beaconRegion(region)) state.ranger.stopMonitoring(beacons);
+                     state.geofences.stop(region->identifier());
                      state.updateBeaconRequest();
+                     state.updateFixRequest();
                    });
   }
 
-  // Only for beacon regions: where circles are concerned, the backend that knows fixes delivers what it can tell.
+  // Of a circle nothing is told until a received fix has decided where the device is.
   void requestStateForRegion(const CLRegionPtr& region) override {
-    const auto beacons = beaconRegion(region);
-    if (!beacons) return;
-    state_->change([] {}, [beacons](State& state) { state.ranger.requestState(beacons, state.clock.now()); });
+    if (!region) return;
+    state_->change([] {},
+                   [region](State& state) {
+                     if (const auto beacons = beaconRegion(region))
+                       return state.ranger.requestState(beacons, state.clock.now());
+                     if (const auto news = state.geofences.requestState(region->identifier())) state.tell(*news);
+                   });
   }
 
   std::vector<CLRegionPtr> monitoredRegions() const override {
@@ -341,6 +413,11 @@ void RangerLocationServices::receive(const IBeaconFrame& frame) { receive(frame,
 void RangerLocationServices::receive(const IBeaconFrame& frame, MonotonicTime receivedAt) {
   const auto state = state_;
   state->receive(frame, receivedAt);
+}
+
+void RangerLocationServices::receiveFix(const CLLocation& fix) {
+  const auto state = state_;
+  state->receiveFix(fix);
 }
 
 void RangerLocationServices::setScanning(bool scanning) {

@@ -33,5 +33,6 @@ void registerDump(CLI::App& app);
 void registerScan(CLI::App& app);
 void registerRecord(CLI::App& app);
 void registerRun(CLI::App& app);
+void registerDoctor(CLI::App& app);
 
 }  // namespace wayloom::tools

@@ -32,6 +32,7 @@ int run(int argc, char** argv) {
   registerScan(app);
   registerRecord(app);
   registerRun(app);
+  registerDoctor(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& failure) {

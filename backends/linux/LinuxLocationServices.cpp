@@ -14,6 +14,7 @@ namespace {
 using platform::CLAuthorizationStatus;
 
 constexpr const char* kBluetoothDomain = "Bluetooth";
+constexpr const char* kLocationDomain = "Location";
 // Registering a kit afresh takes all regions away for a moment; the scan goes on meanwhile.
 constexpr platform::Duration kBeforeRest = std::chrono::seconds(2);
 
@@ -23,7 +24,8 @@ const posix::PosixMonotonicClock& monotonicClock() {
   return clock;
 }
 
-std::string sentence(const RadioStatus& status) {
+template <class Status>
+std::string sentence(const Status& status) {
   std::string text(description(status.condition));
   if (!status.detail.empty()) text += " (" + status.detail + ")";
   return text + ".";
@@ -32,7 +34,9 @@ std::string sentence(const RadioStatus& status) {
 }  // namespace
 
 // What the scanner tells, handed on. Shared with the calls under way, in which a delegate may destroy the services.
-class LinuxLocationServices::Radio : public ScannerListener, public std::enable_shared_from_this<Radio> {
+class LinuxLocationServices::Radio : public ScannerListener,
+                                     public FixListener,
+                                     public std::enable_shared_from_this<Radio> {
  public:
   Radio(LinuxLocationServices& services, std::shared_ptr<platform::TaskScheduler> tasks,
         std::shared_ptr<platform::LogSink> log)
@@ -41,13 +45,36 @@ class LinuxLocationServices::Radio : public ScannerListener, public std::enable_
         log_(std::move(log)),
         central_(std::make_shared<BluezCentral>(tasks_)) {}
 
-  void start(BluezOptions options) { scanner_.emplace(*tasks_, std::move(options), *this); }
+  void start(BluezOptions bluez, GeoClueOptions geoClue) {
+    scanner_.emplace(*tasks_, std::move(bluez), *this);
+    fixes_.emplace(*tasks_, std::move(geoClue), *this);
+  }
 
   void end() {
     services_ = nullptr;
     rest_.reset();
     scanner_.reset();
+    fixes_.reset();
   }
+
+  void fixed(const platform::CLLocation& fix) override {
+    const auto keepAlive = shared_from_this();
+    services_->receiveFix(fix);
+  }
+
+  void fixesChanged(const FixStatus& status) override {
+    const auto keepAlive = shared_from_this();
+    if (isTrouble(status.condition)) {
+      hadFixTrouble_ = true;
+      log_->write(fmt::format("{} {}", sentence(status), advice(status.condition)));
+      services_->deliverFailure({kLocationDomain, static_cast<int>(status.condition), sentence(status)});
+    } else if (status.condition == FixCondition::fixing && std::exchange(hadFixTrouble_, false)) {
+      log_->write("There are geographic fixes again.");
+    }
+  }
+
+  void wantFixes(bool wanted) { fixes_->setWanted(wanted); }
+  FixStatus fixStatus() const { return fixes_->status(); }
 
   void heard(std::span<const BeaconReport> reports) override {
     const auto keepAlive = shared_from_this();
@@ -117,23 +144,28 @@ class LinuxLocationServices::Radio : public ScannerListener, public std::enable_
   std::shared_ptr<BluezCentral> central_;
   std::optional<RadioCondition> condition_;
   bool hadTrouble_ = false;
+  bool hadFixTrouble_ = false;
   bool scansAlways_ = false;
   std::function<void(const RadioStatus&)> radioObserver_;
   std::function<void(std::span<const BeaconReport>)> reportObserver_;
   std::unique_ptr<platform::Timer> rest_;
   std::optional<BluezScanner> scanner_;
+  std::optional<GeoClueFixes> fixes_;
 };
 
 LinuxLocationServices::LinuxLocationServices(std::shared_ptr<platform::TaskScheduler> tasks,
-                                             std::shared_ptr<platform::LogSink> log, BluezOptions bluez)
+                                             std::shared_ptr<platform::LogSink> log, BluezOptions bluez,
+                                             GeoClueOptions geoClue)
     : RangerLocationServices(*tasks, monotonicClock()), radio_(std::make_shared<Radio>(*this, tasks, std::move(log))) {
   setScanning(false);
+  setFixRequestObserver([radio = radio_.get()](const auto& request) { radio->wantFixes(request.has_value()); });
   setBeaconRequestObserver([radio = radio_.get()](bool wanted) { radio->want(wanted); });
-  radio_->start(std::move(bluez));
+  radio_->start(std::move(bluez), std::move(geoClue));
 }
 
 LinuxLocationServices::~LinuxLocationServices() {
   setBeaconRequestObserver({});
+  setFixRequestObserver({});
   radio_->end();
 }
 
@@ -142,6 +174,8 @@ std::shared_ptr<platform::CBCentralManager> LinuxLocationServices::bluetooth() c
 void LinuxLocationServices::scanAlways() { radio_->scanAlways(); }
 
 RadioStatus LinuxLocationServices::radioStatus() const { return radio_->status(); }
+
+FixStatus LinuxLocationServices::fixStatus() const { return radio_->fixStatus(); }
 
 void LinuxLocationServices::setRadioObserver(std::function<void(const RadioStatus&)> observer) {
   radio_->setRadioObserver(std::move(observer));

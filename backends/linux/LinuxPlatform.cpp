@@ -6,7 +6,8 @@ namespace wayloom::linux_ {
 
 platform::PlatformServices makeServices(const PlatformOptions& options) {
   auto services = posix::makeServices(options.posix);
-  const auto location = std::make_shared<LinuxLocationServices>(services.tasks, services.systemLog, options.bluez);
+  const auto location =
+      std::make_shared<LinuxLocationServices>(services.tasks, services.systemLog, options.bluez, options.geoClue);
   services.location = location;
   services.bluetooth = location->bluetooth();
   return services;

@@ -43,6 +43,16 @@ class LiveCommands : public testing::Test {
     return output;
   }
 
+  // The sample venue with servers where nobody listens.
+  std::string unreachableVenue() const {
+    const auto venue = folder / "venue";
+    std::filesystem::copy(kVenueFolder, venue, std::filesystem::copy_options::recursive);
+    std::ofstream(venue + "/bundle/Wayloom.plist")
+        << R"(<?xml version="1.0"?><plist version="1.0"><dict><key>GFKitURL</key><string>http://127.0.0.1:9/kit</string>)"
+        << R"(<key>GFAPIToken</key><string>t</string></dict></plist>)";
+    return venue;
+  }
+
   static std::vector<Json> linesOf(const std::string& output) {
     std::vector<Json> lines;
     std::istringstream stream(output);
@@ -130,6 +140,27 @@ TEST_F(LiveCommands, WalkedWaypointsBecomeTruth) {
   EXPECT_EQ(truth.front().x, 100.0);
   EXPECT_NEAR(truth[1].x, 150.0, 10.0);
   EXPECT_EQ(truth.back().mapId, "upper-floor");
+}
+
+TEST_F(LiveCommands, DoctorTellsWhatIsWrongByItsExitStatus) {
+  const auto expect = [&](int code, const std::string& arguments, const char* text) {
+    EXPECT_THAT(run("doctor --for 1.5 " + arguments), HasSubstr(text));
+    EXPECT_EQ(status, code) << arguments;
+  };
+  expect(0, "--venue " + kVenueFolder, "1 beacons heard");
+  expect(40, "--network --json --venue " + unreachableVenue(), R"("code":40)");
+  expect(20, "--fixes", "apt-get install geoclue-2.0");
+  expect(50, "--venue " + folder.path(), "kit.json");
+  bluez.setPowered(false);
+  expect(14, "", "bluetoothctl power on");
+  std::filesystem::create_directories(folder / "rfkill/rfkill0");
+  std::ofstream(folder / "rfkill/rfkill0/type") << "bluetooth\n";
+  std::ofstream(folder / "rfkill/rfkill0/soft") << "1\n";
+  expect(13, "--rfkill " + (folder / "rfkill"), "rfkill unblock");
+  bluez.removeAdapter();
+  expect(12, "", "no Bluetooth adapter");
+  bus.stop();
+  expect(10, "", "system message bus");
 }
 
 }  // namespace

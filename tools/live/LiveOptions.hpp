@@ -5,6 +5,7 @@
 #include <string>
 
 #include "wayloom/linux/BluezScanner.hpp"
+#include "wayloom/linux/GeoClueFixes.hpp"
 
 namespace wayloom::tools {
 
@@ -24,6 +25,11 @@ struct LiveOptions {
         ->type_name("SECONDS");
   }
 
+  linux_::GeoClueOptions geoClue() const {
+    linux_::GeoClueOptions options;
+    options.bus = bus;
+    return options;
+  }
   linux_::BluezOptions bluez() const { return {.bus = bus, .adapter = adapter}; }
 };
 

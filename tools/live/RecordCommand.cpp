@@ -67,7 +67,7 @@ class Record : private platform::CLLocationManagerDelegate {
         file_(options.file, std::ios::binary | std::ios::trunc),
         recorder_(file_),
         services_(std::make_shared<linux_::LinuxLocationServices>(
-            loop_.tasks(), std::make_shared<posix::StreamLogSink>(), options.live.bluez())),
+            loop_.tasks(), std::make_shared<posix::StreamLogSink>(), options.live.bluez(), options.live.geoClue())),
         bluetooth_(services_->bluetooth()),
         manager_(services_->makeLocationManager()) {
     if (!options.map.empty() && venue_.platform() &&

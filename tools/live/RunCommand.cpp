@@ -137,8 +137,8 @@ class Run {
       services.http =
           std::make_shared<sim::VenueHttpServer>(services.tasks, services.files, venue_, *services.propertyLists);
     services.http = std::make_shared<ShownHttpClient>(services.http, shown_);
-    location_ =
-        std::make_shared<linux_::LinuxLocationServices>(services.tasks, services.systemLog, options_.live.bluez());
+    location_ = std::make_shared<linux_::LinuxLocationServices>(services.tasks, services.systemLog,
+                                                                options_.live.bluez(), options_.live.geoClue());
     services.location = location_;
     services.bluetooth = location_->bluetooth();
     platform_ = std::make_unique<platform::Platform>(std::move(services));

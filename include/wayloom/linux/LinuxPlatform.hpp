@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "wayloom/linux/BluezScanner.hpp"
+#include "wayloom/linux/GeoClueFixes.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
 
@@ -16,6 +17,7 @@ namespace wayloom::linux_ {
 struct PlatformOptions {
   posix::PlatformOptions posix = {};  // `location` and `bluetooth` are not looked at
   BluezOptions bluez = {};
+  GeoClueOptions geoClue = {};
 };
 
 // As posix::makeServices(), with `location` a LinuxLocationServices and `bluetooth` its radio. A host without a bus, a

@@ -12,7 +12,8 @@
 
 namespace wayloom::platform {
 
-// What the location managers that update locations want between them; a radio for fixes need not do more.
+// What the location managers that update locations want between them; a radio for fixes need not do more. Circles that
+// are monitored want fixes, too, and all of them.
 struct FixRequest {
   double desiredAccuracy = kCLLocationAccuracyBestForNavigation;  // metres, the most demanding
   double distanceFilter = 0.0;                                    // metres, the smallest
@@ -41,6 +42,11 @@ class RangerLocationServices : public LocationServices {
   // One received frame, now or at an earlier moment of the clock. Denied or restricted authorisation drops it.
   void receive(const IBeaconFrame& frame);
   void receive(const IBeaconFrame& frame, MonotonicTime receivedAt);
+  // One fix of a receiver, as it comes. It may enter and leave monitored circles; each manager that updates locations
+  // is told it when it lies beyond the manager's distance filter, or when the manager has been told none for a minute
+  // (so that who stands still does not grow old). One that can't be (coordinates out of range, an accuracy that is no
+  // positive number) is dropped.
+  void receiveFix(const CLLocation& fix);
   // Whether the scanner hears anything at present (initially true). While it does not, silence ends no region.
   void setScanning(bool scanning);
   // How long a region must be silent before it counts as left; default 30 s.

@@ -18,5 +18,6 @@ void registerAbsent(CLI::App& app, const char* name, const char* description) {
 void registerScan(CLI::App& app) { registerAbsent(app, "scan", "Lists the beacons around (not in this build)."); }
 void registerRecord(CLI::App& app) { registerAbsent(app, "record", "Records beacons (not in this build)."); }
 void registerRun(CLI::App& app) { registerAbsent(app, "run", "Runs the system live (not in this build)."); }
+void registerDoctor(CLI::App& app) { registerAbsent(app, "doctor", "Says what is wrong (not in this build)."); }
 
 }  // namespace wayloom::tools

@@ -1,0 +1,125 @@
+// wayloom doctor: what is wrong, and how to mend it.
+#include <fmt/format.h>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "wayloom/posix/CurlHttpClient.hpp"
+#include "wayloom/posix/PosixClocks.hpp"
+
+#include "backends/sim/JsonText.hpp"
+#include "tools/Command.hpp"
+#include "tools/live/Checkup.hpp"
+#include "tools/live/LiveLoop.hpp"
+#include "tools/live/LiveOptions.hpp"
+
+namespace wayloom::tools {
+namespace {
+
+constexpr const char* kDescription = "Says what keeps positions away, and how to mend it.";
+
+constexpr const char* kFooter =
+    "Looks at the clock and the radio; with --venue at its kit, with --network at the servers that its bundle names,\n"
+    "with --fixes at the location service. Listens for --for seconds (8 by default).\n\n"
+    "Exit status: 0 when nothing is wrong; else that of the first thing that is:\n"
+    "  10 no bus  11 no Bluetooth service  12 no adapter  13 blocked  14 off  15 not allowed  16 scan silent\n"
+    "  17 service fails  20 no location service  21 no agent  22 no permission for fixes  23 no fix  30 clock not set\n"
+    "  40 kit server unreachable  41 token refused  42 map server unreachable  43 server not configured\n"
+    "  50 venue unusable  51 no beacon on a map; 1 and 2 as for the other commands.";
+
+constexpr double kUsualSeconds = 8.0;
+
+struct Options {
+  LiveOptions live;
+  std::string venue;
+  bool network = false;
+  bool fixes = false;
+  bool json = false;
+  std::string rfkill = "/sys/class/rfkill";
+};
+
+class Doctor : private linux_::ScannerListener, private linux_::FixListener {
+ public:
+  explicit Doctor(const Options& options) : options_(options) {}
+
+  int run() {
+    report(checkClock(posix::PosixCalendarClock().now()));
+    listen();
+    if (!options_.venue.empty()) visit();
+    std::fflush(stdout);
+    return static_cast<int>(first_);
+  }
+
+ private:
+  void heard(std::span<const linux_::BeaconReport> reports) override {
+    constexpr std::size_t most = 1000;
+    for (const auto& each : reports)
+      if (beacons_.size() < most) beacons_.insert(each.frame.identity);
+  }
+  void fixed(const platform::CLLocation&) override {}
+
+  void listen() {
+    LiveLoop loop;
+    linux_::BluezScanner scanner(*loop.tasks(), options_.live.bluez(), *this);
+    linux_::GeoClueFixes fixes(*loop.tasks(), options_.live.geoClue(), *this);
+    scanner.setWanted(true);
+    if (options_.fixes) fixes.setWanted(true);
+    loop.run(options_.live.seconds.value_or(kUsualSeconds));
+    report(checkRadio(scanner.status(), options_.rfkill, beacons_.size()));
+    if (options_.fixes) report(checkFixes(fixes.status()));
+  }
+
+  void visit() {
+    try {
+      const KitNames venue(options_.venue);
+      report(checkKit(venue));
+      if (!options_.network) return;
+      posix::CurlHttpClient http;
+      for (const auto& result : checkServers(http, TWLConfig(*venue.platform()))) report(result);
+    } catch (const std::runtime_error& error) {
+      report({"venue", Finding::venueUnusable, error.what(), "See docs/venue.md for what a venue folder holds."});
+    }
+  }
+
+  void report(const CheckResult& result) {
+    const bool isFine = result.finding == Finding::fine;
+    if (!isFine && first_ == Finding::fine) first_ = result.finding;
+    if (options_.json) {
+      sim::JsonText text;
+      text.beginObject()
+          .member("check", result.check)
+          .member("ok", isFine)
+          .member("code", static_cast<int>(result.finding))
+          .member("text", result.text)
+          .member("advice", isFine ? std::nullopt : std::optional(result.advice));
+      text.endObject().endLine();
+      fmt::print("{}", text.text());
+    } else {
+      fmt::print("{:5} {:10} {}\n", isFine ? "ok" : "WRONG", result.check, result.text);
+      if (!isFine && !result.advice.empty()) fmt::print("      {:10} -> {}\n", "", result.advice);
+    }
+    std::fflush(stdout);
+  }
+
+  const Options& options_;
+  Finding first_ = Finding::fine;
+  std::set<platform::BeaconIdentity> beacons_;
+};
+
+}  // namespace
+
+void registerDoctor(CLI::App& app) {
+  auto options = std::make_shared<Options>();
+  auto& command = *app.add_subcommand("doctor", kDescription);
+  command.footer(kFooter);
+  command.add_option("--venue", options->venue, "Venue folder to look at")->type_name("DIR");
+  command.add_flag("--network", options->network, "Ask the servers that the venue's bundle names");
+  command.add_flag("--fixes", options->fixes, "Look for geographic fixes, too");
+  command.add_flag("--json", options->json, "One JSON line a check");
+  command.add_option("--rfkill", options->rfkill, "Where the kernel tells of blocked radios")->type_name("DIR");
+  options->live.addTo(command);
+  runs(command, [options] { return Doctor(*options).run(); });
+}
+
+}  // namespace wayloom::tools
