@@ -103,7 +103,7 @@ void TWLMapView::stopTrackingLocation() {
   locationManager_->removeListener(*this);
 }
 
-void TWLMapView::loadMap(TWLMapConfigPtr map) {
+void TWLMapView::loadMap(const TWLMapConfigPtr& map) {
   if (!map || map == this->map()) return;
   hidePage();
   webView_->setScalesPageToFit(true);

@@ -55,7 +55,7 @@ class TWLMapView final : public TWLManagerDelegate, public platform::WebViewDele
 
   // Shows the map once the update coordinator says that maps are installed; an earlier map that still waits for that,
   // or is being loaded, is given up. The very object that is shown already is not loaded again, even if that failed.
-  void loadMap(TWLMapConfigPtr map);
+  void loadMap(const TWLMapConfigPtr& map);
   // The map that is shown, or whose page is being loaded; null before the first.
   TWLMapConfigPtr map() const;
   bool mapLoaded() const;
