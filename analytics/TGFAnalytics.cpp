@@ -141,9 +141,9 @@ void TGFAnalytics::addEventWithDetails(std::string_view type, const Json& detail
 // --- Upload ---
 
 struct TGFAnalytics::Due {
-  Json beaconRegions;
-  Json events;
-  Json geoRegions;
+  Json beaconRegions = Json::array();
+  Json events = Json::array();
+  Json geoRegions = Json::array();
 };
 
 void TGFAnalytics::uploadAnalyticsToServer() {

@@ -22,7 +22,10 @@ struct KeptObservations {
 
 std::string numberText(const std::optional<std::int64_t>& number) { return number ? std::to_string(*number) : "null"; }
 
-std::string uuidText(const TGFBeacon& beacon) { return beacon.uuid() ? beacon.uuid()->string() : ""; }
+std::string uuidText(const TGFBeacon& beacon) {
+  const auto& uuid = beacon.uuid();
+  return uuid ? uuid->string() : "";
+}
 
 // As much of an answer as fits on a line.
 std::string shown(const TGFAPIRequest::Bytes& answer) {
