@@ -51,8 +51,14 @@ class Host:
             time.sleep(0.05)
         return False
 
-    def says(self, text):
-        return text in self.log.read_text()
+    def says(self, *texts, within=30.0):
+        """Whether it says one of them, sooner or later."""
+        end = time.monotonic() + within
+        while time.monotonic() < end:
+            if any(text in self.log.read_text() for text in texts):
+                return True
+            time.sleep(0.05)
+        return False
 
     def kill(self):
         self.process.kill()
@@ -80,7 +86,6 @@ def locked(host):
 
 
 def no_database(host):
-    time.sleep(0.5)
     assert host.says('Woah, SQL failed!') and host.says('file is not a database')
     (host.documents / ANALYTICS).unlink()
     assert host.records()
@@ -88,8 +93,7 @@ def no_database(host):
 
 def read_only(host):
     """From the start: a descriptor that was opened for writing stays so."""
-    time.sleep(0.5)
-    assert host.says('readonly database') or host.says('unable to open'), host.log.read_text()
+    assert host.says('readonly database', 'unable to open'), host.log.read_text()
     host.own(True)
     assert host.records()
 
