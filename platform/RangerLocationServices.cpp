@@ -16,6 +16,7 @@ namespace wayloom::platform {
 namespace {
 
 constexpr Duration kTickInterval = std::chrono::seconds(1);
+constexpr Duration kLateTick = std::chrono::seconds(3);
 // Fixes are told at least this often, however near they are to one another.
 constexpr Duration kLongestFixSilence = std::chrono::minutes(1);
 
@@ -148,7 +149,13 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
   }
 
   void tick() {
-    ranger.tick(clock.now());
+    const auto now = clock.now();
+    // A process that was suspended or kept from running heard nothing meanwhile: its silence begins now.
+    if (const auto due = ranger.nextTick(); due && now - *due > kLateTick && scanning && allowed()) {
+      ranger.setScanning(false, now);
+      ranger.setScanning(true, now);
+    }
+    ranger.tick(now);
     if (!delivering) deliverNext();
   }
 

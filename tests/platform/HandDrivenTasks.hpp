@@ -1,6 +1,7 @@
 // A scheduler and clock that move only when told: every queue is one queue, in order of posting.
 #pragma once
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <string>
@@ -28,13 +29,16 @@ class HandDrivenTasks : public TaskScheduler, public MonotonicClock, private Tas
     run();
     const auto end = now_ + duration;
     while (const auto timer = nextTimer(end)) {
-      now_ = timer->due;
+      now_ = std::max(now_, timer->due);
       timer->due += timer->interval;
       timer->task();
       run();
     }
     now_ = end;
   }
+
+  // Time that passes while nothing runs.
+  void suspend(Duration duration) { now_ += duration; }
 
   std::size_t timerCount() {
     std::erase_if(timers_, [](const auto& timer) { return timer.expired(); });

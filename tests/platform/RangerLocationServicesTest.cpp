@@ -189,6 +189,18 @@ TEST_F(RangerLocationServicesTest, WithoutAuthorisationNothingIsHeardAndNoRegion
   EXPECT_THAT(take(), ElementsAre("a 0", "a 0", "exit a", "a 0"));
 }
 
+TEST_F(RangerLocationServicesTest, SuspendedTimeIsNoSilence) {
+  manager->startMonitoringForRegion(region("a"));
+  hear(1);
+  tasks.pass(2s);
+  take();
+  tasks.suspend(3600s);
+  tasks.pass(29s);
+  EXPECT_THAT(take(), IsEmpty());
+  tasks.pass(3s);
+  EXPECT_THAT(take(), ElementsAre("exit a"));
+}
+
 TEST_F(RangerLocationServicesTest, PassesOnWhatThePlatformReportsByItself) {
   int deliveries = 0;
   services->setDeliveryObserver([&] { ++deliveries; });
