@@ -99,7 +99,8 @@ bool DatabaseQueue::reopen() {
   opened->setPatience(faults_->patience());
   if (!configure(*opened)) {
     using During = DatabaseFaults::During;
-    faults_->failed(*opened->error(), opened->isOpen() ? During::setUp : During::reading);
+    if (const auto& error = opened->error())
+      faults_->failed(*error, opened->isOpen() ? During::setUp : During::reading);
     faults_->couldNotOpen();
     return false;
   }
