@@ -30,6 +30,7 @@ void registerSimulate(CLI::App& app);
 void registerView(CLI::App& app);
 void registerServe(CLI::App& app);
 void registerDump(CLI::App& app);
+void registerMaps(CLI::App& app);
 void registerScan(CLI::App& app);
 void registerRecord(CLI::App& app);
 void registerRun(CLI::App& app);

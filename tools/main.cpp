@@ -29,6 +29,7 @@ int run(int argc, char** argv) {
   registerView(app);
   registerServe(app);
   registerDump(app);
+  registerMaps(app);
   registerScan(app);
   registerRecord(app);
   registerRun(app);
