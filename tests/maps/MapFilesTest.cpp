@@ -51,7 +51,8 @@ TEST_F(MapFilesTest, InstallsFilesAndSaysSo) {
 
   EXPECT_FALSE(files.copyFileFromPathToNewName(std::nullopt, "a.svg"));
   EXPECT_THAT(world.systemLog->take(), ElementsAre("Cannot copy source file because it does not exist: (null)"));
-  for (const std::string name : {"", "..", "../a.svg", "/a", "b/a.svg", ".a", "a\nb", std::string(256, 'a').c_str()})
+  const std::string tooLong(256, 'a');
+  for (const std::string& name : std::vector<std::string>{"", "..", "../a.svg", "/a", "b/a.svg", ".a", "a\nb", tooLong})
     EXPECT_FALSE(files.copyFileFromPathToNewName("/app/a.svg", name)) << name;
   EXPECT_EQ(content("a.svg"), "second");
   world.systemLog->take();

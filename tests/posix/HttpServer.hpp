@@ -14,6 +14,8 @@ class HttpServer {
   template <class... Arguments>
   explicit HttpServer(Arguments&&... arguments) : server_(std::forward<Arguments>(arguments)...) {
     server_.set_keep_alive_timeout(1);  // stopping waits for idle connections
+    // A connection keeps a thread for as long as it stays open.
+    server_.new_task_queue = [] { return new httplib::ThreadPool(32); };
   }
   ~HttpServer() {
     server_.stop();

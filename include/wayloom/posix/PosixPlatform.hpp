@@ -1,4 +1,4 @@
-// The Platform of an ordinary Linux process: real time, files, the network, no radio yet.
+// The Platform of an ordinary Linux process: real time, files, the network; no radio.
 //
 //   auto loop = std::make_shared<posix::MainLoop>();
 //   auto platform = posix::makePlatform({.mainBundle = "/opt/kiosk/bundle", .documents = "/var/lib/kiosk", .loop =
