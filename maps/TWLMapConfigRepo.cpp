@@ -89,13 +89,15 @@ void TWLMapConfigRepo::reset() {
 
 std::vector<std::string> TWLMapConfigRepo::mapIds() const {
   std::vector<std::string> ids;
-  for (const auto& map : configRepo()->maps()) ids.push_back(map.config->mapId());
+  const auto catalogue = configRepo();  // kept: a reload puts another in its place
+  for (const auto& map : catalogue->maps()) ids.push_back(map.config->mapId());
   return ids;
 }
 
 std::vector<TWLMapConfigPtr> TWLMapConfigRepo::maps() const {
   std::vector<TWLMapConfigPtr> configs;
-  for (const auto& map : configRepo()->maps()) configs.push_back(map.config);
+  const auto catalogue = configRepo();
+  for (const auto& map : catalogue->maps()) configs.push_back(map.config);
   return configs;
 }
 
