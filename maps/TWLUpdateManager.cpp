@@ -16,14 +16,12 @@ constexpr std::string_view kBuiltInImageType = "svg";
 }  // namespace
 
 TWLUpdateManager& TWLUpdateManager::sharedUpdateManager(platform::Platform& platform) {
-  return platform.shared<TWLUpdateManager>([&] {
-    TWLMapConfigRepo::sharedRepo(platform);  // made first, so that it is there until the last run has ended
-    return std::make_unique<TWLUpdateManager>(platform);
-  });
+  return platform.shared<TWLUpdateManager>([&] { return std::make_unique<TWLUpdateManager>(platform); });
 }
 
 TWLUpdateManager::TWLUpdateManager(platform::Platform& platform, std::string buildDate)
     : platform_(platform),
+      repo_(TWLMapConfigRepo::sharedRepo(platform)),
       files_(platform),
       buildDate_(std::move(buildDate)),
       shouldCopyMapResources_(platform.userDefaults().stringForKey(MAP_RESOURCES_COPIED) != buildDate_),
@@ -50,12 +48,11 @@ void TWLUpdateManager::run() {
     files_.copyMapDependencies();
     markMapResourcesCopied();
   }
-  auto& repo = TWLMapConfigRepo::sharedRepo(platform_);
-  const auto mapIds = repo.mapIds();
+  const auto mapIds = repo_.mapIds();
   menuReady_ = true;
   files_.updateMapsFromDictionary(builtInImages(mapIds));
   mapReady_ = true;
-  repo.update();
+  repo_.update();
   updateInProgress_ = false;
   updateBlockCondition_->signalAll();
 }

@@ -15,6 +15,8 @@
 
 namespace wayloom {
 
+class TWLMapConfigRepo;
+
 // User-defaults key: the build stamp of the build that last installed the map page.
 inline constexpr std::string_view MAP_RESOURCES_COPIED = "mapResourcesCopiedDate";
 
@@ -72,6 +74,7 @@ class TWLUpdateManager {
   TWLMapsFileManager::Images builtInImages(const std::vector<std::string>& mapIds) const;
 
   platform::Platform& platform_;
+  TWLMapConfigRepo& repo_;  // the Platform's; made before this, so that it is there until the last run has ended
   TWLMapsFileManager files_;
   const std::string buildDate_;
   std::atomic<bool> menuReady_ = false;
