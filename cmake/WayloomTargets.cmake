@@ -21,8 +21,15 @@ function(wayloom_compile_options target)
   # Optimising, g++ 12 gives these without reason: for empty optionals, for frames on the stack, in std::string.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized -Wno-dangling-pointer -Wno-restrict)
+    if(CMAKE_UNITY_BUILD)
+      target_compile_options(${target} PRIVATE -Wno-subobject-linkage)  # takes files put together for headers
+    endif()
   endif()
 endfunction()
+
+# Where a preset sets CMAKE_UNITY_BUILD, so many files are compiled as one: reading the headers of the JSON library and of
+# the tests, and making their templates, is most of what a file costs.
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 7)
 
 # One object library a core module, from all sources of its folder; headers of the module's own stay in the folder.
 function(wayloom_module name)

@@ -12,15 +12,6 @@
 #include "platform/RegionWatchList.hpp"
 
 namespace wayloom::platform {
-namespace {
-
-constexpr Duration kTickInterval = std::chrono::seconds(1);
-constexpr int kWeakestRssi = -127;
-
-bool isMeasurement(int rssi) { return rssi < 0 && rssi >= kWeakestRssi; }
-
-}  // namespace
-
 class BeaconRanger::Core {
  public:
   Core(BeaconRangerDelegate& delegate, const BeaconRangerOptions& options)
@@ -58,8 +49,8 @@ class BeaconRanger::Core {
 
   void receive(const IBeaconFrame& frame, MonotonicTime now) {
     const auto at = advance(now);
-    if (!nextTick_) nextTick_ = at + kTickInterval;
-    if (!isMeasurement(frame.rssi)) return;
+    if (!nextTick_) nextTick_ = at + BeaconRanger::kTickInterval;
+    if (!isMeasuredRssi(frame.rssi)) return;
     monitored_.index().forEachMatch(frame.identity, [&](RegionWatch& watch) { hear(watch, at); });
     track(frame, at);
     tellCrossings();
@@ -77,7 +68,7 @@ class BeaconRanger::Core {
   void tick(MonotonicTime now) {
     const auto at = advance(now);
     if (!nextTick_ || at < *nextTick_) return;
-    *nextTick_ += kTickInterval * ((at - *nextTick_) / kTickInterval + 1);
+    *nextTick_ += BeaconRanger::kTickInterval * ((at - *nextTick_) / BeaconRanger::kTickInterval + 1);
     ++ticks_;
     forget(at);
     for (const auto& watch : monitored_.all()) checkSilence(*watch, at);

@@ -15,7 +15,6 @@
 namespace wayloom::platform {
 namespace {
 
-constexpr Duration kTickInterval = std::chrono::seconds(1);
 constexpr Duration kLateTick = std::chrono::seconds(3);
 // Fixes are told at least this often, however near they are to one another.
 constexpr Duration kLongestFixSilence = std::chrono::minutes(1);
@@ -143,7 +142,7 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
     if (timer || closed()) return;
     const auto now = clock.now();
     const auto untilTick = std::max(ranger.nextTick().value_or(now) - now, Duration::zero());
-    timer = tasks.startTimer(tasks.mainQueue(), untilTick, kTickInterval, [weak = weak_from_this()] {
+    timer = tasks.startTimer(tasks.mainQueue(), untilTick, BeaconRanger::kTickInterval, [weak = weak_from_this()] {
       if (const auto state = weak.lock()) state->tick();
     });
   }

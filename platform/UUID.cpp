@@ -1,18 +1,13 @@
 #include "wayloom/platform/UUID.hpp"
 
+#include "platform/HexDigit.hpp"
+
 namespace wayloom::platform {
 namespace {
 
 constexpr std::size_t kTextLength = 36;
 
 bool isHyphenPlace(std::size_t index) { return index == 8 || index == 13 || index == 18 || index == 23; }
-
-int hexDigit(char character) {
-  if (character >= '0' && character <= '9') return character - '0';
-  if (character >= 'A' && character <= 'F') return character - 'A' + 10;
-  if (character >= 'a' && character <= 'f') return character - 'a' + 10;
-  return -1;
-}
 
 }  // namespace
 

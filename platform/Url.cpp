@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <simdjson.h>
 
+#include "platform/HexDigit.hpp"
+
 namespace wayloom::platform {
 namespace {
 
 constexpr std::size_t kLongestFileName = 255;
-
-int hexDigit(char character) {
-  if (character >= '0' && character <= '9') return character - '0';
-  if (character >= 'A' && character <= 'F') return character - 'A' + 10;
-  if (character >= 'a' && character <= 'f') return character - 'a' + 10;
-  return -1;
-}
 
 // The byte that "%XX" at this place stands for, or -1.
 int escapedByteAt(std::string_view text, std::size_t place) {

@@ -67,14 +67,11 @@ int dump(const std::string& documents) {
 
 }  // namespace
 
-void registerDump(CLI::App& app) {
+void registerDump(CommandLine& line) {
   auto documents = std::make_shared<std::string>();
-  auto& command = *app.add_subcommand("dump", kDescription);
-  command.footer(kFooter);
-  command.add_option("DOCUMENTS", *documents, "Directory with the databases")
-      ->required()
-      ->check(CLI::ExistingDirectory);
-  runs(command, [documents] { return dump(*documents); });
+  auto command = line.addCommand("dump", kDescription, kFooter);
+  command.add("DOCUMENTS", *documents, "Directory with the databases").required().existingFolder();
+  command.runs([documents] { return dump(*documents); });
 }
 
 }  // namespace wayloom::tools

@@ -23,8 +23,9 @@
 namespace wayloom::tools {
 namespace {
 
-constexpr const char* kHelp = R"(Replays recordings that know the truth and judges the positions, once a second.
+constexpr const char* kDescription = "Replays recordings that know the truth and judges the positions, once a second.";
 
+constexpr const char* kFooter = R"(The figures:
   fix     share of the seconds with known truth that have a position
   map     of those, on the right map
   hit     of those, at the beacon that is nearest to the truth
@@ -188,18 +189,15 @@ int run(const Options& options) {
 
 }  // namespace
 
-void registerEvaluate(CLI::App& app) {
+void registerEvaluate(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("evaluate", "Judge replayed positions by the truth in recordings");
-  command->description(kHelp);
-  command->add_option("--venue", options->venue, "The venue folder")->required()->check(CLI::ExistingDirectory);
-  command->add_option("recordings", options->recordings, "Recordings with truth lines")
-      ->required()
-      ->check(CLI::ExistingFile);
-  command->add_option("--report", options->report, "Draw the walks and figures into this HTML file");
-  command->add_flag("--use-own-distance", options->useOwnDistance,
-                    "Compare the library's own distances instead of the platform's accuracies");
-  runs(*command, [options] { return run(*options); });
+  auto command = line.addCommand("evaluate", kDescription, kFooter);
+  command.addVenue(options->venue).required();
+  command.add("recordings", options->recordings, "Recordings with truth lines").required().existingFile();
+  command.add("--report", options->report, "Draw the walks and figures into this HTML file");
+  command.add("--use-own-distance", options->useOwnDistance,
+              "Compare the library's own distances instead of the platform's accuracies");
+  command.runs([options] { return run(*options); });
 }
 
 }  // namespace wayloom::tools

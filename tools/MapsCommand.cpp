@@ -159,31 +159,27 @@ int check(const Options& options) {
 
 int run(const Options& options) {
   if (options.action == "check") return check(options);
-  if (options.documents.empty()) throw CLI::RequiredError("--documents");
+  if (options.documents.empty()) failForMissing("--documents");
   return options.action == "update" ? Update(options).run() : list(options);
 }
 
 }  // namespace
 
-void registerMaps(CLI::App& app) {
+void registerMaps(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("maps", kDescription);
-  command.footer(kFooter);
-  command.add_option("ACTION", options->action, "What to do: update, list or check")
-      ->check(CLI::IsMember({"update", "list", "check"}))
-      ->capture_default_str();
-  command.add_option("--venue", options->venue, "Venue folder, with bundle/ and, for check, server/")
-      ->required()
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  command.add_option("--documents", options->documents, "The application's Documents directory; check needs none")
-      ->type_name("DIR");
-  command.add_option("--time-limit", options->timeLimit, "Seconds after which an update is given up")
-      ->check(CLI::PositiveNumber)
-      ->capture_default_str();
-  command.add_flag("--json", options->isJson, "Print the result as JSON");
-  command.add_flag("--verbose", options->isVerbose, "Show the library's log, too");
-  runs(command, [options] { return run(*options); });
+  auto command = line.addCommand("maps", kDescription, kFooter);
+  command.add("ACTION", options->action, "What to do: update, list or check")
+      .oneOf({"update", "list", "check"})
+      .showsDefault();
+  command.addVenue(options->venue, "Venue folder, with bundle/ and, for check, server/").required();
+  command.add("--documents", options->documents, "The application's Documents directory; check needs none")
+      .named("DIR");
+  command.add("--time-limit", options->timeLimit, "Seconds after which an update is given up")
+      .positive()
+      .showsDefault();
+  command.add("--json", options->isJson, "Print the result as JSON");
+  command.add("--verbose", options->isVerbose, "Show the library's log, too");
+  command.runs([options] { return run(*options); });
 }
 
 }  // namespace wayloom::tools

@@ -111,37 +111,28 @@ int serve(const Options& options) {
 
 }  // namespace
 
-void registerServe(CLI::App& app) {
+void registerServe(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("serve", kDescription);
-  command.footer(kFooter);
-  command.add_option("--venue", options->venue, "Venue folder, with bundle/ and server/")
-      ->required()
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  command.add_option("--port", options->port, "Port to listen on; 0 takes any that is free")
-      ->check(CLI::Range(0, 65535))
-      ->capture_default_str();
-  command.add_option("--address", options->address, "Address to listen on; 0.0.0.0 lets other machines in")
-      ->capture_default_str();
+  auto command = line.addCommand("serve", kDescription, kFooter);
+  command.addVenue(options->venue).required();
+  command.add("--port", options->port, "Port to listen on; 0 takes any that is free").between(0, 65535).showsDefault();
+  command.add("--address", options->address, "Address to listen on; 0.0.0.0 lets other machines in").showsDefault();
   command
-      .add_option("--keep", options->keep,
-                  "Folder for what is posted: analytics.jsonl and status.jsonl, one JSON object a request, appended")
-      ->type_name("DIR");
+      .add("--keep", options->keep,
+           "Folder for what is posted: analytics.jsonl and status.jsonl, one JSON object a request, appended")
+      .named("DIR");
   command
-      .add_option("--write-bundle", options->bundle,
-                  "Copy the venue's bundle to this folder, its property lists pointed at this server")
-      ->type_name("DIR");
-  command.add_flag("--status-here", options->pointsStatusHere,
-                   "Serve the kit with a status_url of this server, and a token if it has none");
-  command
-      .add_option("--fault", options->faults,
-                  "What to do wrong; may be given several times, the first that applies counts")
-      ->allow_extra_args(false)
-      ->type_name("RULE");
-  command.add_option("--seed", options->seed, "What the chances of faults begin with")->capture_default_str();
-  command.add_flag("--quiet", options->isQuiet, "Don't log requests");
-  runs(command, [options] { return serve(*options); });
+      .add("--write-bundle", options->bundle,
+           "Copy the venue's bundle to this folder, its property lists pointed at this server")
+      .named("DIR");
+  command.add("--status-here", options->pointsStatusHere,
+              "Serve the kit with a status_url of this server, and a token if it has none");
+  command.add("--fault", options->faults, "What to do wrong; may be given several times, the first that applies counts")
+      .oneEach()
+      .named("RULE");
+  command.add("--seed", options->seed, "What the chances of faults begin with").showsDefault();
+  command.add("--quiet", options->isQuiet, "Don't log requests");
+  command.runs([options] { return serve(*options); });
 }
 
 }  // namespace wayloom::tools

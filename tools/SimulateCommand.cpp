@@ -21,9 +21,11 @@ namespace {
 using platform::Json;
 using platform::Platform;
 
-constexpr const char* kHelp = R"(Writes a recording, with the truth in it, of a walk through a simulated radio world.
+constexpr const char* kDescription =
+    "Writes a recording, with the truth in it, of a walk through a simulated radio world.";
 
-The venue's radio.json says how its beacons really send and what stands in their way; without one, the kit's beacons
+constexpr const char* kFooter =
+    R"(The venue's radio.json says how its beacons really send and what stands in their way; without one, the kit's beacons
 send as the kit says, in a world without walls. --walk names a walk document; without one, somebody wanders from beacon
 to beacon. The same venue, walk and seed give the same bytes. docs/radio.md has both formats.
 
@@ -194,23 +196,18 @@ int run(const Options& given) {
 
 }  // namespace
 
-void registerSimulate(CLI::App& app) {
+void registerSimulate(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = app.add_subcommand("simulate", "Write a recording of a simulated walk");
-  command->description(kHelp);
-  command->add_option("--venue", options->venue, "The venue folder")->required()->check(CLI::ExistingDirectory);
-  command->add_option("--seed", options->seed, "What chance begins with; the same seed gives the same recording")
-      ->required();
-  command->add_option("--walk", options->walk, "A walk document; without it a random walk")->check(CLI::ExistingFile);
-  command->add_option("--stops", options->stops, "How many places a random walk visits")
-      ->check(CLI::Range(1, 10000))
-      ->capture_default_str();
-  command->add_option("--start", options->start, "When a random walk begins, seconds since 1970")
-      ->check(CLI::Range(0.0, 4e9))
-      ->capture_default_str();
-  command->add_option("-o,--output", options->output, "The recording to write; - is standard output")
-      ->capture_default_str();
-  runs(*command, [options] { return run(*options); });
+  auto command = line.addCommand("simulate", kDescription, kFooter);
+  command.addVenue(options->venue).required();
+  command.add("--seed", options->seed, "What chance begins with; the same seed gives the same recording").required();
+  command.add("--walk", options->walk, "A walk document; without it a random walk").existingFile();
+  command.add("--stops", options->stops, "How many places a random walk visits").between(1, 10000).showsDefault();
+  command.add("--start", options->start, "When a random walk begins, seconds since 1970")
+      .between(0.0, 4e9)
+      .showsDefault();
+  command.add("-o,--output", options->output, "The recording to write; - is standard output").showsDefault();
+  command.runs([options] { return run(*options); });
 }
 
 }  // namespace wayloom::tools

@@ -38,11 +38,9 @@ int view(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-void registerView(CLI::App& app) {
-  auto& command = *app.add_subcommand("view", kDescription);
-  command.set_help_flag();  // the program explains its own options
-  command.prefix_command();
-  runs(command, [&command] { return view(command.remaining()); });
+void registerView(CommandLine& line) {
+  // The program explains its own options.
+  line.addCommand("view", kDescription).runsWithAnything(view, false);
 }
 
 }  // namespace wayloom::tools

@@ -1,4 +1,4 @@
-#include <exception>
+#include <string>
 
 #include "tools/Command.hpp"
 
@@ -18,40 +18,27 @@ constexpr const char* kFooter =
     "Exit status: 0 when all went well, 1 when the run failed (unusable input, unwritable output),\n"
     "2 for wrong options.";
 
-int run(int argc, char** argv) {
-  CLI::App app(kDescription, "wayloom");
-  app.footer(kFooter);
-  app.set_version_flag("--version", std::string("wayloom ") + WAYLOOM_VERSION);
-  app.require_subcommand(1);
-  registerReplay(app);
-  registerEvaluate(app);
-  registerSimulate(app);
-  registerView(app);
-  registerServe(app);
-  registerDump(app);
-  registerMaps(app);
-  registerScan(app);
-  registerRecord(app);
-  registerRun(app);
-  registerDoctor(app);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::RuntimeError& failure) {
-    return failure.get_exit_code();
-  } catch (const CLI::ParseError& request) {
-    return app.exit(request) == 0 ? kSucceeded : kUsageError;
-  }
-  return kSucceeded;
+void registerAll(CommandLine& line) {
+  registerReplay(line);
+  registerEvaluate(line);
+  registerSimulate(line);
+  registerView(line);
+  registerServe(line);
+  registerDump(line);
+  registerMaps(line);
+  registerScan(line);
+  registerRecord(line);
+  registerRun(line);
+  registerDoctor(line);
 }
 
 }  // namespace
 }  // namespace wayloom::tools
 
 int main(int argc, char** argv) {
-  try {
-    return wayloom::tools::run(argc, argv);
-  } catch (const std::exception& failure) {
-    wayloom::tools::complain(failure.what());
-    return wayloom::tools::kRunFailed;
-  }
+  using namespace wayloom::tools;
+  CommandLine line("wayloom", kDescription, kFooter);
+  line.addVersion(std::string("wayloom ") + WAYLOOM_VERSION);
+  registerAll(line);
+  return line.run(argc, argv);
 }

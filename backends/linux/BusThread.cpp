@@ -8,6 +8,8 @@
 
 #include "wayloom/posix/PosixClocks.hpp"
 
+#include "backends/linux/BusAddress.hpp"
+
 namespace wayloom::linux_ {
 namespace {
 
@@ -39,6 +41,19 @@ int shorter(int a, int b) { return a < 0 ? b : b < 0 ? a : std::min(a, b); }
 struct BusThread::OpenBus {
   std::unique_ptr<sdbus::IConnection> connection;
   std::vector<sdbus::Slot> slots;  // go before the connection
+
+  // Null, and why, when it can't be opened.
+  static std::unique_ptr<OpenBus> open(const std::string& address, const std::vector<BusMatch>& matches,
+                                       std::string& failure) try {
+    auto bus = std::make_unique<OpenBus>();
+    bus->connection = openConnection(address);
+    for (const auto& match : matches)
+      bus->slots.push_back(bus->connection->addMatch(match.rule, guarded(match.handler)));
+    return bus;
+  } catch (const sdbus::Error& error) {
+    failure = error.getMessage();
+    return nullptr;
+  }
 };
 
 // What the connecting thread reports to; `owner` is null when it has gone.
@@ -111,16 +126,8 @@ void BusThread::readMessages() {
 
 void BusThread::connect() {
   std::thread([address = options_.address, matches = matches_, waiter = waiter_] {
-    auto bus = std::make_unique<OpenBus>();
-    std::string failure;
-    try {
-      bus->connection = openConnection(address);
-      for (const auto& match : matches)
-        bus->slots.push_back(bus->connection->addMatch(match.rule, guarded(match.handler)));
-    } catch (const sdbus::Error& error) {
-      failure = error.getMessage();
-      bus.reset();
-    }
+    std::string failure = busAbsence(address);
+    auto bus = failure.empty() ? OpenBus::open(address, matches, failure) : nullptr;
     const std::lock_guard lock(waiter->mutex);
     if (waiter->owner == nullptr) return;
     waiter->owner->loop_->mainQueue().async([owner = waiter->owner,

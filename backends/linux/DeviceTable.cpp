@@ -6,14 +6,13 @@ namespace wayloom::linux_ {
 namespace {
 
 constexpr std::uint16_t kBeaconCompany = 0x004C;
-constexpr int kWeakestRssi = -127;
 constexpr std::string_view kDevicePrefix = "/dev_";
 constexpr std::size_t kAddressText = 17;  // "D3_AD_13_A2_01_0E"
 
 }  // namespace
 
 void DeviceUpdate::setRssi(int value) {
-  if (value < 0 && value >= kWeakestRssi) rssi = value;
+  if (platform::isMeasuredRssi(value)) rssi = value;
 }
 
 void DeviceUpdate::addManufacturerData(std::uint16_t company, std::span<const std::uint8_t> data) {

@@ -12,7 +12,7 @@ namespace {
 using platform::Duration;
 
 constexpr std::size_t kMostDevices = 4096;
-constexpr std::int16_t kWeakestRssi = -127;
+constexpr auto kHearAll = std::int16_t{platform::kWeakestRssi};
 constexpr const char* kBusDriver = "org.freedesktop.DBus";
 constexpr const char* kBusDriverPath = "/org/freedesktop/DBus";
 constexpr std::string_view kPathPrefix = "/org/bluez/";
@@ -31,7 +31,7 @@ RadioCondition conditionFor(const BusFailure& failure) {
 void fillFilter(sdbus::Message& message) {
   message << std::map<std::string, sdbus::Variant>{{"Transport", sdbus::Variant(std::string("le"))},
                                                    {"DuplicateData", sdbus::Variant(true)},
-                                                   {"RSSI", sdbus::Variant(kWeakestRssi)}};
+                                                   {"RSSI", sdbus::Variant(kHearAll)}};
 }
 
 }  // namespace

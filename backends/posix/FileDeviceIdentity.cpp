@@ -11,10 +11,10 @@ namespace {
 
 using platform::UUID;
 
-constexpr std::size_t kLargestFile = 256;
+constexpr std::size_t kLargestIdentity = 256;
 
 std::optional<UUID> readIdentifier(const std::string& path) {
-  const auto text = readRegularFile(path, kLargestFile);
+  const auto text = readRegularFile(path, kLargestIdentity);
   return text ? UUID::parse(text->substr(0, text->find_last_not_of(" \r\n") + 1)) : std::nullopt;
 }
 

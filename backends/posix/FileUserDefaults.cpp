@@ -13,7 +13,7 @@ namespace {
 
 using platform::Json;
 
-constexpr std::size_t kLargestFile = 16U << 20U;
+constexpr std::size_t kLargestDefaults = 16U << 20U;
 
 std::string directoryOf(const std::string& path) {
   const auto slash = path.rfind('/');
@@ -30,7 +30,7 @@ FileUserDefaults::FileUserDefaults(const std::string& path, std::shared_ptr<plat
 FileUserDefaults::~FileUserDefaults() { synchronize(); }
 
 void FileUserDefaults::load() {
-  const auto bytes = readRegularFile(path_, kLargestFile);
+  const auto bytes = readRegularFile(path_, kLargestDefaults);
   auto result = bytes ? platform::parseJson(*bytes) : platform::JsonParseResult{};
   if (result.value && result.value->is_object()) {
     values_ = std::move(*result.value);

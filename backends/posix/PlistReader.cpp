@@ -9,7 +9,7 @@
 namespace wayloom::posix {
 namespace {
 
-constexpr std::size_t kLargestFile = 4U << 20U;
+constexpr std::size_t kLargestPlist = 4U << 20U;
 
 }  // namespace
 
@@ -38,12 +38,12 @@ bool appendUtf8(std::string& text, char32_t codePoint) {
 bool isUtf8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
 
 std::optional<platform::Json> PlistReader::readDictionary(const std::string& path) const {
-  const auto bytes = readRegularFile(path, kLargestFile);
+  const auto bytes = readRegularFile(path, kLargestPlist);
   return bytes ? parseDictionary(*bytes) : std::nullopt;
 }
 
 std::optional<platform::Json> PlistReader::parseDictionary(std::string_view bytes) try {
-  if (bytes.size() > kLargestFile) return std::nullopt;
+  if (bytes.size() > kLargestPlist) return std::nullopt;
   auto value = bytes.starts_with(kBinaryPlistMagic) ? parseBinaryPlist(bytes) : parseXmlPlist(bytes);
   if (value && !value->is_object()) return std::nullopt;
   return value;

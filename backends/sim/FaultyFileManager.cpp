@@ -10,13 +10,13 @@ namespace {
 
 using platform::Error;
 
-constexpr std::uint64_t kStream = 102;
+constexpr std::uint64_t kFileFaults = 102;
 
 }  // namespace
 
 FaultyFileManager::FaultyFileManager(std::shared_ptr<platform::FileManager> files, FileFaults faults,
                                      std::uint64_t seed)
-    : files_(std::move(files)), faults_(faults), random_(seed, kStream) {}
+    : files_(std::move(files)), faults_(faults), random_(seed, kFileFaults) {}
 
 std::optional<Error> FaultyFileManager::drawFailure(double share, const std::string& path) const {
   if (!random_.chance(share)) return std::nullopt;

@@ -14,7 +14,7 @@ using platform::Duration;
 using platform::HttpRequest;
 using platform::HttpResponse;
 
-constexpr std::uint64_t kStream = 101;
+constexpr std::uint64_t kRequestFaults = 101;
 constexpr int kTimedOut = 28;  // of libcurl
 
 // The request under way, and the wait for its late answer.
@@ -29,7 +29,7 @@ struct FaultyTask : platform::HttpTask {
 FaultyHttpClient::FaultyHttpClient(std::shared_ptr<platform::HttpClient> client,
                                    std::shared_ptr<platform::TaskScheduler> tasks, HttpFaults faults,
                                    std::uint64_t seed)
-    : client_(std::move(client)), tasks_(std::move(tasks)), faults_(faults), random_(seed, kStream) {}
+    : client_(std::move(client)), tasks_(std::move(tasks)), faults_(faults), random_(seed, kRequestFaults) {}
 
 std::unique_ptr<platform::HttpTask> FaultyHttpClient::send(HttpRequest request, platform::TaskQueue& queue,
                                                            Handler handler) {

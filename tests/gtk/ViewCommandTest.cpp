@@ -1,16 +1,15 @@
 // `wayloom view` as a person would use it.
 #include <csignal>
-#include <cstdio>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sstream>
-#include <sys/wait.h>
 #include <thread>
 
 #include "wayloom/platform/Json.hpp"
 
 #include "tests/gtk/Screen.hpp"
 #include "tests/sim/SimVenue.hpp"
+#include "tests/support/Shell.hpp"
 
 namespace wayloom::gtk {
 namespace {
@@ -19,18 +18,7 @@ using testing::HasSubstr;
 
 const std::string kView = std::string(WAYLOOM_COMMAND) + " view --venue " WAYLOOM_SOURCE_DIR "/examples/venue ";
 
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-Outcome run(const std::string& line) {
-  Outcome outcome;
-  std::FILE* pipe = ::popen((line + " 2>&1").c_str(), "r");
-  for (int character = 0; (character = std::fgetc(pipe)) != EOF;) outcome.output += static_cast<char>(character);
-  outcome.status = WEXITSTATUS(::pclose(pipe));
-  return outcome;
-}
+Outcome run(const std::string& line) { return runShell(line + " 2>&1"); }
 
 // Somebody in the garden, for that many seconds.
 std::string recording(int seconds) {

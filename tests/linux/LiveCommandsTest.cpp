@@ -1,6 +1,4 @@
 // The live commands as their users run them, on a fake service.
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sstream>
@@ -10,6 +8,7 @@
 
 #include "tests/linux/FakeBluez.hpp"
 #include "tests/linux/PrivateBus.hpp"
+#include "tests/support/Shell.hpp"
 
 namespace wayloom::tests {
 namespace {
@@ -34,13 +33,9 @@ class LiveCommands : public testing::Test {
   std::string run(const std::string& arguments, const std::string& typing = "") {
     const auto line =
         (typing.empty() ? "" : typing + " | ") + kCommand + arguments + " --bus " + bus.address() + " 2>&1";
-    std::string output;
-    std::FILE* pipe = ::popen(line.c_str(), "r");
-    std::array<char, 4096> buffer{};
-    for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-      output.append(buffer.data(), count);
-    status = WEXITSTATUS(::pclose(pipe));
-    return output;
+    const auto outcome = runShell(line);
+    status = outcome.status;
+    return outcome.output;
   }
 
   // The sample venue with servers where nobody listens.
@@ -112,9 +107,7 @@ TEST_F(LiveCommands, RecordingsCanBeJudged) {
   EXPECT_FALSE(reader.error());
   EXPECT_GT(frames, 15);
   EXPECT_GE(truths, 3);
-  std::FILE* judged =
-      ::popen((kCommand + "evaluate --venue " + kVenueFolder + " " + file + " >/dev/null").c_str(), "r");
-  EXPECT_EQ(WEXITSTATUS(::pclose(judged)), 0);
+  EXPECT_EQ(runShell(kCommand + "evaluate --venue " + kVenueFolder + " " + file).status, 0);
 
   EXPECT_THAT(run("record --for 1 --map nowhere --at 1,1 --venue " + kVenueFolder + " " + file), HasSubstr("nowhere"));
   EXPECT_EQ(status, 1);

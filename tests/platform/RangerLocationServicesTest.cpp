@@ -18,10 +18,10 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const UUID kVenue = *UUID::parse("5A0E0000-0000-4000-8000-000000000002");
+const UUID kHouse = *UUID::parse("5A0E0000-0000-4000-8000-000000000002");
 
-CLBeaconRegionPtr region(const std::string& identifier, std::optional<std::uint16_t> minor = {}) {
-  return std::make_shared<CLBeaconRegion>(kVenue, std::uint16_t{1}, minor, identifier);
+CLBeaconRegionPtr regionOfHouse(const std::string& identifier, std::optional<std::uint16_t> minor = {}) {
+  return std::make_shared<CLBeaconRegion>(kHouse, std::uint16_t{1}, minor, identifier);
 }
 
 using Log = std::vector<std::string>;
@@ -76,7 +76,7 @@ class RangerLocationServicesTest : public testing::Test {
 
   void hear(std::uint16_t minor, int rssi = -70) {
     tasks.run();
-    services->receive({{kVenue, 1, minor}, rssi, -59});
+    services->receive({{kHouse, 1, minor}, rssi, -59});
   }
 
   Log take() { return std::exchange(log, {}); }
@@ -89,9 +89,9 @@ class RangerLocationServicesTest : public testing::Test {
 };
 
 TEST_F(RangerLocationServicesTest, TicksFromTheFirstFrameAndLetsWorkRunBetweenRegions) {
-  manager->startRangingBeaconsInRegion(region("far", 1));
-  manager->startRangingBeaconsInRegion(region("near", 2));
-  manager->startRangingBeaconsInRegion(region("silent", 3));
+  manager->startRangingBeaconsInRegion(regionOfHouse("far", 1));
+  manager->startRangingBeaconsInRegion(regionOfHouse("near", 2));
+  manager->startRangingBeaconsInRegion(regionOfHouse("silent", 3));
   services->setDeliveryObserver([this] { log.push_back("delivered"); });
   listener.then = [this] { tasks.backgroundQueue().async([this] { log.push_back("work"); }); };
   tasks.pass(10s);
@@ -106,7 +106,7 @@ TEST_F(RangerLocationServicesTest, TicksFromTheFirstFrameAndLetsWorkRunBetweenRe
                                   "work"));
 
   // A region that goes while its turn is still to come gets none.
-  listener.then = [this] { manager->stopRangingBeaconsInRegion(region("far")); };
+  listener.then = [this] { manager->stopRangingBeaconsInRegion(regionOfHouse("far")); };
   tasks.pass(1s);
   EXPECT_THAT(take(), ElementsAre("near 1", "delivered", "silent 0", "delivered"));
 }
@@ -114,12 +114,12 @@ TEST_F(RangerLocationServicesTest, TicksFromTheFirstFrameAndLetsWorkRunBetweenRe
 TEST_F(RangerLocationServicesTest, RegionsBelongToTheApplicationAndChangeAtOnce) {
   const auto other = services->makeLocationManager();
   std::thread([&] {
-    other->startRangingBeaconsInRegion(region("a"));
-    other->startRangingBeaconsInRegion(region("b"));
-    other->startRangingBeaconsInRegion(region("a", 2));
-    other->startMonitoringForRegion(region("a"));
+    other->startRangingBeaconsInRegion(regionOfHouse("a"));
+    other->startRangingBeaconsInRegion(regionOfHouse("b"));
+    other->startRangingBeaconsInRegion(regionOfHouse("a", 2));
+    other->startMonitoringForRegion(regionOfHouse("a"));
     other->startMonitoringForRegion(std::make_shared<CLCircularRegion>(CLLocationCoordinate2D{}, 10.0, "circle"));
-    other->stopMonitoringForRegion(region("never"));
+    other->stopMonitoringForRegion(regionOfHouse("never"));
   }).join();
   const auto ranged = manager->rangedRegions();
   ASSERT_EQ(ranged.size(), 2U);
@@ -146,8 +146,8 @@ TEST_F(RangerLocationServicesTest, ManagersAndServicesMayGoInACallback) {
   Listener second(log, "second ");
   auto other = services->makeLocationManager();
   other->setDelegate(&second);
-  manager->startMonitoringForRegion(region("a"));
-  manager->startRangingBeaconsInRegion(region("a"));
+  manager->startMonitoringForRegion(regionOfHouse("a"));
+  manager->startRangingBeaconsInRegion(regionOfHouse("a"));
   tasks.run();
   EXPECT_THAT(take(), ElementsAre("monitoring a", "second monitoring a"));
   listener.then = [&] { other.reset(); };
@@ -158,14 +158,14 @@ TEST_F(RangerLocationServicesTest, ManagersAndServicesMayGoInACallback) {
   tasks.pass(1s);
   EXPECT_THAT(take(), ElementsAre("a 1"));
   EXPECT_EQ(tasks.timerCount(), 0U);
-  manager->startRangingBeaconsInRegion(region("b"));
+  manager->startRangingBeaconsInRegion(regionOfHouse("b"));
   tasks.pass(60s);
   EXPECT_THAT(take(), IsEmpty());
 }
 
 TEST_F(RangerLocationServicesTest, WithoutAuthorisationNothingIsHeardAndNoRegionIsLeft) {
-  manager->startMonitoringForRegion(region("a"));
-  manager->startRangingBeaconsInRegion(region("a"));
+  manager->startMonitoringForRegion(regionOfHouse("a"));
+  manager->startRangingBeaconsInRegion(regionOfHouse("a"));
   hear(1);
   take();
   services->setAuthorizationStatus(CLAuthorizationStatus::authorizedAlways);
@@ -190,7 +190,7 @@ TEST_F(RangerLocationServicesTest, WithoutAuthorisationNothingIsHeardAndNoRegion
 }
 
 TEST_F(RangerLocationServicesTest, SuspendedTimeIsNoSilence) {
-  manager->startMonitoringForRegion(region("a"));
+  manager->startMonitoringForRegion(regionOfHouse("a"));
   hear(1);
   tasks.pass(2s);
   take();
@@ -204,11 +204,11 @@ TEST_F(RangerLocationServicesTest, SuspendedTimeIsNoSilence) {
 TEST_F(RangerLocationServicesTest, PassesOnWhatThePlatformReportsByItself) {
   int deliveries = 0;
   services->setDeliveryObserver([&] { ++deliveries; });
-  services->deliverRanging(std::vector<CLBeacon>(3), region("r"));
+  services->deliverRanging(std::vector<CLBeacon>(3), regionOfHouse("r"));
   services->deliverFix({{50.0, 8.0}, 5.0, {}});
-  services->deliverEnter(region("r"));
-  services->deliverState(CLRegionState::inside, region("r"));
-  services->deliverExit(region("r"));
+  services->deliverEnter(regionOfHouse("r"));
+  services->deliverState(CLRegionState::inside, regionOfHouse("r"));
+  services->deliverExit(regionOfHouse("r"));
   services->deliverFailure({"HTTP", 7, "no"});
   EXPECT_THAT(take(), ElementsAre("r 3", "fixes 1", "enter r", "state 1 r", "exit r", "error no"));
   EXPECT_EQ(deliveries, 2);

@@ -13,7 +13,7 @@ namespace wayloom {
 namespace {
 
 using platform::Json;
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kUnbounded = std::numeric_limits<double>::infinity();
 
 TEST(MapConfigTest, ReadsNumbersAndTexts) {
   const TWLMapConfig map(Json{{"latitude", "50.25"},
@@ -82,7 +82,7 @@ TEST_F(MapLocationTest, RadiusInPixelsFollowsMetresUpToFifty) {
   TWLMapLocation location(world, {1.0, 2.0}, "lobby");
   location.setUncertaintyRadiusPixels(99);
   const std::vector<std::pair<double, std::int64_t>> cases = {{0.0, 0},    {2.5, 12},           {50.0, 250},
-                                                              {50.1, 250}, {kInfinity, 250},    {-2.0, -10},
+                                                              {50.1, 250}, {kUnbounded, 250},   {-2.0, -10},
                                                               {-0.1, 0},   {-1e300, INT64_MIN}, {NAN, 0}};
   for (const auto& [metres, pixels] : cases) {
     location.setUncertaintyRadiusMeters(metres);

@@ -14,8 +14,8 @@
 namespace wayloom {
 namespace {
 
-constexpr auto kUrl = "https://kits.example/7";
-constexpr auto kKit = R"({"kit": {"status_url": "u", "status_token": "t", "ibeacons": [
+constexpr auto kKitUrl = "https://kits.example/7";
+constexpr auto kServedKit = R"({"kit": {"status_url": "u", "status_token": "t", "ibeacons": [
   {"identifier": "a", "uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": 1, "minor": 1}]}})";
 
 struct Host : TGFManagerDelegate {
@@ -41,8 +41,8 @@ class ManagerThreads : public testing::Test {
   ManagerThreads() {
     platform::HttpResponse response;
     response.status = 200;
-    response.body = kKit;
-    world.http->answer(std::string("GET ") + kUrl, response);
+    response.body = kServedKit;
+    world.http->answer(std::string("GET ") + kKitUrl, response);
     auto services = world.services();
     services.tasks = loop;
     services.monotonicClock = clock;
@@ -74,7 +74,7 @@ TEST_F(ManagerThreads, RangingsSeeTheOldOrTheNewKit) {
   services.makeStatus = [&](platform::Platform&, const std::string&, const std::string&) {
     return std::make_unique<Reporter>(reported);
   };
-  TGFManager manager(*platform, &host, platform::Json{{"GFKitURL", kUrl}}, services);
+  TGFManager manager(*platform, &host, platform::Json{{"GFKitURL", kKitUrl}}, services);
   manager.start();
   std::size_t rangings = 0;
   while (host.synced < 30 || host.ranged == 0 || reported == 0) {
@@ -92,7 +92,7 @@ TEST_F(ManagerThreads, RangingsSeeTheOldOrTheNewKit) {
 TEST_F(ManagerThreads, MayBeDestroyedWhileDownloadsEnd) {
   for (int round = 0; round < 40; ++round) {
     Host host;
-    auto manager = std::make_unique<TGFManager>(*platform, &host, platform::Json{{"GFKitURL", kUrl}});
+    auto manager = std::make_unique<TGFManager>(*platform, &host, platform::Json{{"GFKitURL", kKitUrl}});
     manager->start();
     for (int i = 0; i < round % 5; ++i) manager->sync();
     for (int i = 0; i < round % 7; ++i) range();

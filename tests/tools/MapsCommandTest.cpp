@@ -16,6 +16,7 @@
 
 #include "tests/sim/SimVenue.hpp"
 #include "tests/support/ServeProcess.hpp"
+#include "tests/support/Shell.hpp"
 #include "tools/JsonPlaces.hpp"
 
 namespace wayloom::tools {
@@ -28,19 +29,9 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-struct Outcome {
-  int status = -1;
-  std::string output;  // standard output and, behind it, error
-};
-
+// The output is standard output and, behind it, error.
 Outcome runMaps(const std::string& arguments) {
-  Outcome outcome;
-  std::FILE* pipe = ::popen((WAYLOOM_BINARY_DIR "/wayloom maps " + arguments + " 2>&1").c_str(), "r");
-  std::array<char, 4096> buffer{};
-  for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-    outcome.output.append(buffer.data(), count);
-  outcome.status = WEXITSTATUS(::pclose(pipe));
-  return outcome;
+  return runShell(WAYLOOM_BINARY_DIR "/wayloom maps " + arguments + " 2>&1");
 }
 
 const std::string kUuid = sim::kVenueUuid;

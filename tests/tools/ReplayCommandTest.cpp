@@ -1,19 +1,18 @@
 // The replay command as its users run it: golden recordings, restarts, hostile input, exit statuses.
 #include <array>
-#include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 #include "wayloom/platform/Json.hpp"
 #include "wayloom/positioning/Geometry.hpp"
 
 #include "tests/sim/SimVenue.hpp"
+#include "tests/support/Shell.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -21,22 +20,6 @@ namespace {
 const std::string kCommand = std::string(WAYLOOM_BINARY_DIR) + "/wayloom ";
 const std::string kData = std::string(WAYLOOM_SOURCE_DIR) + "/tests/tools/data/";
 const std::string kReplay = kCommand + "replay --venue " + kData + "venue ";
-
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-// Runs a shell line; the output is standard output alone unless the line says otherwise.
-Outcome run(const std::string& line) {
-  Outcome outcome;
-  std::FILE* pipe = ::popen(line.c_str(), "r");
-  std::array<char, 4096> buffer{};
-  for (std::size_t count = 0; (count = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-    outcome.output.append(buffer.data(), count);
-  outcome.status = WEXITSTATUS(::pclose(pipe));
-  return outcome;
-}
 
 std::string contentOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -63,7 +46,7 @@ TEST(ReplayCommand, printsWhatWasWorkedOutByHand) {
       {"regions", "--events all "},
   };
   for (const auto& [name, options] : cases) {
-    const auto outcome = run(kReplay + options + kData + name + ".jsonl");
+    const auto outcome = runShell(kReplay + options + kData + name + ".jsonl");
     EXPECT_EQ(outcome.status, 0) << name;
     EXPECT_EQ(withoutLogsAndElections(outcome.output), contentOf(kData + name + ".expected")) << name;
   }
@@ -71,7 +54,7 @@ TEST(ReplayCommand, printsWhatWasWorkedOutByHand) {
 
 // A view without a screen moves its dot to every position on its map, and hides it for those elsewhere.
 TEST(ReplayCommand, showsAMapInAView) {
-  const auto outcome = run(kReplay + "--events all --view-map lobby " + kData + "lag-and-dwell.jsonl");
+  const auto outcome = runShell(kReplay + "--events all --view-map lobby " + kData + "lag-and-dwell.jsonl");
   ASSERT_EQ(outcome.status, 0);
   std::istringstream lines(outcome.output);
   std::vector<std::string> scripts, expected;
@@ -86,12 +69,12 @@ TEST(ReplayCommand, showsAMapInAView) {
   }
   EXPECT_EQ(scripts, expected);
   EXPECT_EQ(std::set(scripts.begin(), scripts.end()).size(), 2U) << "a dot on the map, and one elsewhere";
-  EXPECT_EQ(run(kReplay + "--view-map nowhere " + kData + "lag-and-dwell.jsonl").output,
-            run(kReplay + kData + "lag-and-dwell.jsonl").output);
+  EXPECT_EQ(runShell(kReplay + "--view-map nowhere " + kData + "lag-and-dwell.jsonl").output,
+            runShell(kReplay + kData + "lag-and-dwell.jsonl").output);
 }
 
 TEST(ReplayCommand, explainsElections) {
-  const auto outcome = run(kReplay + "--events all " + kData + "lag-and-dwell.jsonl | grep '\"election\"'");
+  const auto outcome = runShell(kReplay + "--events all " + kData + "lag-and-dwell.jsonl | grep '\"election\"'");
   std::istringstream lines(outcome.output);
   std::vector<std::string> rules;
   for (std::string line; std::getline(lines, line);) {
@@ -107,14 +90,14 @@ TEST(ReplayCommand, theSameRunPrintsTheSameBytes) {
   const std::string options = "--events all --documents " + documents.path();
   for (const char* name : {"network-down", "regions", "expiry"}) {
     const auto recording = kData + name + ".jsonl";
-    const auto fresh = run(kReplay + "--events all " + recording).output;
-    EXPECT_EQ(run(kReplay + "--events all - < " + recording).output, fresh) << name;
+    const auto fresh = runShell(kReplay + "--events all " + recording).output;
+    EXPECT_EQ(runShell(kReplay + "--events all - < " + recording).output, fresh) << name;
     EXPECT_EQ(fresh.find(documents.path()), fresh.npos);
     EXPECT_EQ(fresh.find("/tmp"), fresh.npos) << fresh;
   }
-  EXPECT_EQ(run(kReplay + options + " " + kData + "expiry.jsonl").status, 0);
+  EXPECT_EQ(runShell(kReplay + options + " " + kData + "expiry.jsonl").status, 0);
   // A restart without a network lives on the kit of the first run.
-  const auto restarted = run(
+  const auto restarted = runShell(
       R"(printf '{"t":1,"type":"network","up":false}\n{"t":2,"type":"enter","region":{"identifier":"hall-door"}}\n' | )" +
       kReplay + options + " -");
   EXPECT_EQ(restarted.status, 0);
@@ -123,38 +106,38 @@ TEST(ReplayCommand, theSameRunPrintsTheSameBytes) {
 
 TEST(ReplayCommand, saysWhereARecordingIsMalformedAndKeepsWhatWasPrinted) {
   const sim::TestFolder folder;
-  const auto cut = run("head -c 500 " + kData + "lag-and-dwell.jsonl | " + kReplay + "- 2>" + folder.path() +
-                       "/error; cat " + folder.path() + "/error");
+  const auto cut = runShell("head -c 500 " + kData + "lag-and-dwell.jsonl | " + kReplay + "- 2>" + folder.path() +
+                            "/error; cat " + folder.path() + "/error");
   EXPECT_NE(cut.output.find(R"({"t":100.0,"event":"location","map_id":null})"), std::string::npos);
   EXPECT_NE(cut.output.find("<stdin>:3: not JSON"), std::string::npos) << cut.output;
 
   folder.write("bad.jsonl",
                "{\"t\":1,\"type\":\"truth\",\"map_id\":\"m\",\"x\":1,\"y\":2}\n{\"t\":2,\"type\":\"network\"}\n");
-  const auto bad = run(kReplay + folder.path() + "/bad.jsonl 2>&1");
+  const auto bad = runShell(kReplay + folder.path() + "/bad.jsonl 2>&1");
   EXPECT_EQ(bad.status, 1);
   EXPECT_EQ(bad.output, folder.path() + "/bad.jsonl:2: \"up\" is missing\n");
 
-  const auto empty = run(kReplay + "/dev/null 2>&1");
+  const auto empty = runShell(kReplay + "/dev/null 2>&1");
   EXPECT_EQ(empty.status, 1);
   EXPECT_EQ(empty.output, "/dev/null: there is no event in it\n");
-  EXPECT_EQ(run(kReplay + folder.path() + " 2>&1").status, 1);
-  EXPECT_EQ(run(kReplay + "/nonexistent 2>&1").output, "/nonexistent: No such file or directory\n");
+  EXPECT_EQ(runShell(kReplay + folder.path() + " 2>&1").status, 1);
+  EXPECT_EQ(runShell(kReplay + "/nonexistent 2>&1").output, "/nonexistent: No such file or directory\n");
 }
 
 TEST(ReplayCommand, exitStatuses) {
-  EXPECT_EQ(run(kCommand + "--version").output, "wayloom 0.1.0\n");
-  EXPECT_NE(run(kCommand + "--help").output.find("replay"), std::string::npos);
-  EXPECT_NE(run(kCommand + "replay --help").output.find("Examples"), std::string::npos);
-  EXPECT_EQ(run(kCommand + "replay --help").status, 0);
-  EXPECT_EQ(run(kCommand + "2>&1").status, 2);
-  EXPECT_EQ(run(kReplay + "2>&1").status, 2);
-  EXPECT_EQ(run(kReplay + "--events some x 2>&1").status, 2);
-  EXPECT_EQ(run(kCommand + "replay --venue /nonexistent x 2>&1").status, 2);
-  EXPECT_EQ(run(kReplay + kData + "expiry.jsonl 2>&1 >/dev/full").status, 1);
+  EXPECT_EQ(runShell(kCommand + "--version").output, "wayloom 0.1.0\n");
+  EXPECT_NE(runShell(kCommand + "--help").output.find("replay"), std::string::npos);
+  EXPECT_NE(runShell(kCommand + "replay --help").output.find("Examples"), std::string::npos);
+  EXPECT_EQ(runShell(kCommand + "replay --help").status, 0);
+  EXPECT_EQ(runShell(kCommand + "2>&1").status, 2);
+  EXPECT_EQ(runShell(kReplay + "2>&1").status, 2);
+  EXPECT_EQ(runShell(kReplay + "--events some x 2>&1").status, 2);
+  EXPECT_EQ(runShell(kCommand + "replay --venue /nonexistent x 2>&1").status, 2);
+  EXPECT_EQ(runShell(kReplay + kData + "expiry.jsonl 2>&1 >/dev/full").status, 1);
 
   const sim::TestFolder venue;
   venue.write("bundle/Info.plist", sim::propertyList(""));
-  const auto missing = run(kCommand + "replay --venue " + venue.path() + " " + kData + "expiry.jsonl 2>&1");
+  const auto missing = runShell(kCommand + "replay --venue " + venue.path() + " " + kData + "expiry.jsonl 2>&1");
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.output.find("NSLocationAlwaysUsageDescription"), std::string::npos);
 }

@@ -33,38 +33,38 @@ std::string bluetoothBlock(const std::string& rfkill) {
   return {};
 }
 
-Finding findingOf(RadioCondition condition) {
+Diagnosis findingOf(RadioCondition condition) {
   switch (condition) {
     case RadioCondition::noBus:
-      return Finding::noBus;
+      return Diagnosis::noBus;
     case RadioCondition::noDaemon:
-      return Finding::noBluetoothService;
+      return Diagnosis::noBluetoothService;
     case RadioCondition::noAdapter:
-      return Finding::noAdapter;
+      return Diagnosis::noAdapter;
     case RadioCondition::unpowered:
-      return Finding::unpowered;
+      return Diagnosis::unpowered;
     case RadioCondition::refused:
-      return Finding::bluetoothRefused;
+      return Diagnosis::bluetoothRefused;
     case RadioCondition::silent:
-      return Finding::scanSilent;
+      return Diagnosis::scanSilent;
     case RadioCondition::starting:
     case RadioCondition::resting:
     case RadioCondition::failing:
-      return Finding::bluetoothFailing;
+      return Diagnosis::bluetoothFailing;
     case RadioCondition::scanning:
-      return Finding::fine;
+      return Diagnosis::fine;
   }
-  return Finding::bluetoothFailing;
+  return Diagnosis::bluetoothFailing;
 }
 
 std::string withDetail(std::string_view text, const std::string& detail) {
   return detail.empty() ? fmt::format("{}.", text) : fmt::format("{} ({}).", text, detail);
 }
 
-CheckResult checkServer(platform::HttpClient& http, const char* name, Finding unreachable,
+CheckResult checkServer(platform::HttpClient& http, const char* name, Diagnosis unreachable,
                         const std::optional<std::string>& url, const std::optional<std::string>& token) {
   if (!url)
-    return {name, Finding::serverNotConfigured, "Wayloom.plist names no address for it.",
+    return {name, Diagnosis::serverNotConfigured, "Wayloom.plist names no address for it.",
             "Add the address (docs/venue.md)."};
   platform::HttpRequest request{.url = *url, .timeout = kServerPatience};
   if (token) request.headers.emplace_back("AUTHORIZATION", "Token token=\"" + *token + "\"");
@@ -73,47 +73,48 @@ CheckResult checkServer(platform::HttpClient& http, const char* name, Finding un
     return {name, unreachable, fmt::format("{}: {}.", *url, response.error->description),
             "See whether the device has a network and the address is right; `wayloom serve` is a server to try with."};
   if (response.status == 401 || response.status == 403)
-    return {name, Finding::tokenRefused, fmt::format("{}: the token is refused ({}).", *url, response.status),
+    return {name, Diagnosis::tokenRefused, fmt::format("{}: the token is refused ({}).", *url, response.status),
             "Put the venue's token into Wayloom.plist as GFAPIToken."};
   if (response.status != 200)
     return {name, unreachable, fmt::format("{}: the server answers {}.", *url, response.status),
             "See whether the address is right."};
-  return {name, Finding::fine, fmt::format("{} answers.", *url), ""};
+  return {name, Diagnosis::fine, fmt::format("{} answers.", *url), ""};
 }
 
 }  // namespace
 
 CheckResult checkClock(platform::CalendarTime now) {
   if (platform::secondsSince1970(now) < kBeforeThisProject)
-    return {"clock", Finding::clockUnset, "The clock is not set: what is recorded gets wrong dates, certificates fail.",
+    return {"clock", Diagnosis::clockUnset,
+            "The clock is not set: what is recorded gets wrong dates, certificates fail.",
             "Set it: timedatectl set-ntp true, or date -s; without a network, fit a battery-backed clock."};
-  return {"clock", Finding::fine, "The clock is set.", ""};
+  return {"clock", Diagnosis::fine, "The clock is set.", ""};
 }
 
 CheckResult checkRadio(const linux_::RadioStatus& status, const std::string& rfkill, std::size_t beaconsHeard) {
-  const auto finding = findingOf(status.condition);
-  const bool mayBeBlocked = finding == Finding::unpowered || finding == Finding::noAdapter;
+  const auto diagnosis = findingOf(status.condition);
+  const bool mayBeBlocked = diagnosis == Diagnosis::unpowered || diagnosis == Diagnosis::noAdapter;
   const auto block = mayBeBlocked ? bluetoothBlock(rfkill) : std::string();
   if (block == "soft")
-    return {"radio", Finding::blocked, "Bluetooth is blocked.", "Unblock it: rfkill unblock bluetooth."};
+    return {"radio", Diagnosis::blocked, "Bluetooth is blocked.", "Unblock it: rfkill unblock bluetooth."};
   if (block == "hard")
-    return {"radio", Finding::blocked, "Bluetooth is blocked by a switch or the firmware.",
+    return {"radio", Diagnosis::blocked, "Bluetooth is blocked by a switch or the firmware.",
             "Find the device's switch, or enable Bluetooth in its firmware settings."};
   auto text = withDetail(linux_::description(status.condition), status.detail);
-  if (finding == Finding::fine) text += fmt::format(" {}: {} beacons heard.", status.adapter, beaconsHeard);
-  return {"radio", finding, std::move(text), std::string(linux_::advice(status.condition))};
+  if (diagnosis == Diagnosis::fine) text += fmt::format(" {}: {} beacons heard.", status.adapter, beaconsHeard);
+  return {"radio", diagnosis, std::move(text), std::string(linux_::advice(status.condition))};
 }
 
 CheckResult checkFixes(const linux_::FixStatus& status) {
-  Finding finding = Finding::noFix;
-  if (status.condition == FixCondition::fixing) finding = Finding::fine;
-  if (status.condition == FixCondition::noBus) finding = Finding::noBus;
-  if (status.condition == FixCondition::noService) finding = Finding::noLocationService;
+  Diagnosis diagnosis = Diagnosis::noFix;
+  if (status.condition == FixCondition::fixing) diagnosis = Diagnosis::fine;
+  if (status.condition == FixCondition::noBus) diagnosis = Diagnosis::noBus;
+  if (status.condition == FixCondition::noService) diagnosis = Diagnosis::noLocationService;
   if (status.condition == FixCondition::noAgent || status.condition == FixCondition::starting)
-    finding = Finding::noLocationAgent;
-  if (status.condition == FixCondition::refused) finding = Finding::locationRefused;
-  const auto condition = finding == Finding::noLocationAgent ? FixCondition::noAgent : status.condition;
-  return {"fixes", finding, withDetail(linux_::description(condition), status.detail),
+    diagnosis = Diagnosis::noLocationAgent;
+  if (status.condition == FixCondition::refused) diagnosis = Diagnosis::locationRefused;
+  const auto condition = diagnosis == Diagnosis::noLocationAgent ? FixCondition::noAgent : status.condition;
+  return {"fixes", diagnosis, withDetail(linux_::description(condition), status.detail),
           std::string(linux_::advice(condition))};
 }
 
@@ -121,16 +122,17 @@ CheckResult checkKit(const KitNames& venue) {
   const auto count = placedBeacons(*venue.platform(), *venue.kit()).size();
   if (count == 0)
     return {
-        "kit", Finding::noMappedBeacons,
+        "kit", Diagnosis::noMappedBeacons,
         "No beacon of the kit stands on a map of the venue: there will be no position.",
         "Give beacons the attributes map_id, latitude and longitude (docs/venue.md), with map ids of map_config.json."};
-  return {"kit", Finding::fine, fmt::format("{} beacons of the kit stand on a map.", count), ""};
+  return {"kit", Diagnosis::fine, fmt::format("{} beacons of the kit stand on a map.", count), ""};
 }
 
 std::vector<CheckResult> checkServers(platform::HttpClient& http, const TWLConfig& configuration) {
-  return {checkServer(http, "kit server", Finding::kitServerUnreachable, configuration.GFKitURL(),
-                      configuration.GFAPIToken().value_or("")),
-          checkServer(http, "map server", Finding::mapServerUnreachable, configuration.WLMapConfigURL(), std::nullopt)};
+  return {
+      checkServer(http, "kit server", Diagnosis::kitServerUnreachable, configuration.GFKitURL(),
+                  configuration.GFAPIToken().value_or("")),
+      checkServer(http, "map server", Diagnosis::mapServerUnreachable, configuration.WLMapConfigURL(), std::nullopt)};
 }
 
 }  // namespace wayloom::tools

@@ -16,8 +16,8 @@
 
 namespace wayloom::tools {
 
-// The command's exit statuses: that of the first finding that is wrong. Scripts rely on them.
-enum class Finding : std::uint8_t {
+// The command's exit statuses: that of the first diagnosis that is wrong. Scripts rely on them.
+enum class Diagnosis : std::uint8_t {
   fine = 0,
   noBus = 10,
   noBluetoothService = 11,
@@ -42,7 +42,7 @@ enum class Finding : std::uint8_t {
 
 struct CheckResult {
   std::string check;  // "radio", "clock", ...
-  Finding finding = Finding::fine;
+  Diagnosis diagnosis = Diagnosis::fine;
   std::string text;    // what was found, a sentence
   std::string advice;  // what helps; empty when all is well
 };

@@ -78,19 +78,19 @@ class Doctor : private linux_::ScannerListener, private linux_::FixListener {
       posix::CurlHttpClient http;
       for (const auto& result : checkServers(http, TWLConfig(*venue.platform()))) report(result);
     } catch (const std::runtime_error& error) {
-      report({"venue", Finding::venueUnusable, error.what(), "See docs/venue.md for what a venue folder holds."});
+      report({"venue", Diagnosis::venueUnusable, error.what(), "See docs/venue.md for what a venue folder holds."});
     }
   }
 
   void report(const CheckResult& result) {
-    const bool isFine = result.finding == Finding::fine;
-    if (!isFine && first_ == Finding::fine) first_ = result.finding;
+    const bool isFine = result.diagnosis == Diagnosis::fine;
+    if (!isFine && first_ == Diagnosis::fine) first_ = result.diagnosis;
     if (options_.json) {
       sim::JsonText text;
       text.beginObject()
           .member("check", result.check)
           .member("ok", isFine)
-          .member("code", static_cast<int>(result.finding))
+          .member("code", static_cast<int>(result.diagnosis))
           .member("text", result.text)
           .member("advice", isFine ? std::nullopt : std::optional(result.advice));
       text.endObject().endLine();
@@ -103,23 +103,22 @@ class Doctor : private linux_::ScannerListener, private linux_::FixListener {
   }
 
   const Options& options_;
-  Finding first_ = Finding::fine;
+  Diagnosis first_ = Diagnosis::fine;
   std::set<platform::BeaconIdentity> beacons_;
 };
 
 }  // namespace
 
-void registerDoctor(CLI::App& app) {
+void registerDoctor(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("doctor", kDescription);
-  command.footer(kFooter);
-  command.add_option("--venue", options->venue, "Venue folder to look at")->type_name("DIR");
-  command.add_flag("--network", options->network, "Ask the servers that the venue's bundle names");
-  command.add_flag("--fixes", options->fixes, "Look for geographic fixes, too");
-  command.add_flag("--json", options->json, "One JSON line a check");
-  command.add_option("--rfkill", options->rfkill, "Where the kernel tells of blocked radios")->type_name("DIR");
+  auto command = line.addCommand("doctor", kDescription, kFooter);
+  command.add("--venue", options->venue, "Venue folder to look at").named("DIR");
+  command.add("--network", options->network, "Ask the servers that the venue's bundle names");
+  command.add("--fixes", options->fixes, "Look for geographic fixes, too");
+  command.add("--json", options->json, "One JSON line a check");
+  command.add("--rfkill", options->rfkill, "Where the kernel tells of blocked radios").named("DIR");
   options->live.addTo(command);
-  runs(command, [options] { return Doctor(*options).run(); });
+  command.runs([options] { return Doctor(*options).run(); });
 }
 
 }  // namespace wayloom::tools

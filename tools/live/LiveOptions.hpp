@@ -1,11 +1,12 @@
 #pragma once
 
-#include <CLI/App.hpp>
 #include <optional>
 #include <string>
 
 #include "wayloom/linux/BluezScanner.hpp"
 #include "wayloom/linux/GeoClueFixes.hpp"
+
+#include "tools/CommandLine.hpp"
 
 namespace wayloom::tools {
 
@@ -15,14 +16,12 @@ struct LiveOptions {
   std::string adapter;
   std::optional<double> seconds;
 
-  void addTo(CLI::App& command) {
-    command.add_option("--adapter", adapter, "The Bluetooth adapter, such as hci1; by default the first that is on")
-        ->type_name("NAME");
-    command.add_option("--bus", bus, "D-Bus address of the bus with the Bluetooth service; by default the system's")
-        ->type_name("ADDRESS");
-    command.add_option("--for", seconds, "End after this many seconds; by default with Ctrl-C")
-        ->check(CLI::PositiveNumber)
-        ->type_name("SECONDS");
+  void addTo(Arguments command) {
+    command.add("--adapter", adapter, "The Bluetooth adapter, such as hci1; by default the first that is on")
+        .named("NAME");
+    command.add("--bus", bus, "D-Bus address of the bus with the Bluetooth service; by default the system's")
+        .named("ADDRESS");
+    command.add("--for", seconds, "End after this many seconds; by default with Ctrl-C").positive().named("SECONDS");
   }
 
   linux_::GeoClueOptions geoClue() const {

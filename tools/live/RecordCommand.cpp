@@ -206,27 +206,21 @@ int record(const Options& options) {
 
 }  // namespace
 
-void registerRecord(CLI::App& app) {
+void registerRecord(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("record", kDescription);
-  command.footer(kFooter);
-  command.add_option("--venue", options->venue, "Venue folder, to check the names of maps against")
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  auto* map = command.add_option("--map", options->map, "The map that you stand on")->type_name("MAPID");
-  auto* at = command.add_option("--at", options->at, "Where on it, in standard pixels (5 a metre)")
-                 ->delimiter(',')
-                 ->type_name("X,Y")
-                 ->needs(map);
-  map->needs(at);
-  command.add_option("--walk", options->walk, "Walk document whose waypoints you pass")
-      ->check(CLI::ExistingFile)
-      ->type_name("FILE")
-      ->excludes(at);
-  command.add_flag("--fixes", options->fixes, "Record geographic fixes as well");
-  command.add_option("FILE", options->file, "The recording to write")->required();
+  auto command = line.addCommand("record", kDescription, kFooter);
+  command.addVenue(options->venue, "Venue folder, to check the names of maps against");
+  auto map = command.add("--map", options->map, "The map that you stand on").named("MAPID");
+  auto at = command.add("--at", options->at, "Where on it, in standard pixels (5 a metre)")
+                .separatedBy(',')
+                .named("X,Y")
+                .needs(map);
+  map.needs(at);
+  command.add("--walk", options->walk, "Walk document whose waypoints you pass").existingFile().excludes(at);
+  command.add("--fixes", options->fixes, "Record geographic fixes as well");
+  command.add("FILE", options->file, "The recording to write").required();
   options->live.addTo(command);
-  runs(command, [options] { return record(*options); });
+  command.runs([options] { return record(*options); });
 }
 
 }  // namespace wayloom::tools

@@ -15,7 +15,7 @@
 
 #include "backends/sim/TellingManager.hpp"
 #include "tools/Command.hpp"
-#include "tools/ReplayPrinter.hpp"
+#include "tools/EngineOptions.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"
 
@@ -33,11 +33,8 @@ constexpr const char* kFooter =
     "Exit status: 0 when ended by the user or by --for; 1 when the venue or the documents folder can't be used.";
 
 struct Options {
+  EngineOptions engine;
   LiveOptions live;
-  std::string venue;
-  std::string documents;
-  std::string events = "location";
-  bool useOwnDistance = false;
   bool network = false;
   bool geolocation = false;
 };
@@ -87,17 +84,17 @@ class Run {
  public:
   explicit Run(const Options& options)
       : options_(options),
-        venue_(std::filesystem::absolute(options.venue).lexically_normal().string()),
-        documents_(options.documents.empty() ? freshFolder() : std::filesystem::absolute(options.documents).string()),
-        printer_(STDOUT_FILENO, options.events == "all" ? ReplayPrinter::Events::all : ReplayPrinter::Events::location,
-                 {documents_, venue_}),
+        venue_(std::filesystem::absolute(options.engine.venue).lexically_normal().string()),
+        documents_(options.engine.documents.empty() ? freshFolder()
+                                                    : std::filesystem::absolute(options.engine.documents).string()),
+        printer_(STDOUT_FILENO, options.engine.printed(), {documents_, venue_}),
         shown_(printer_, loop_) {}
 
   ~Run() {
     manager_.reset();
     platform_.reset();
     std::error_code ignored;
-    if (options_.documents.empty()) std::filesystem::remove_all(documents_, ignored);
+    if (options_.engine.documents.empty()) std::filesystem::remove_all(documents_, ignored);
   }
 
   int run() {
@@ -106,8 +103,8 @@ class Run {
     location_->setDeliveryObserver(
         [this] { shown_.tell(&sim::ReplayListener::located, manager_->currentMapLocation()); });
     auto& tracker = manager_->locationTracker();
-    tracker.setUseCoreLocationRanging(!options_.useOwnDistance);
-    if (options_.events == "all")
+    tracker.setUseCoreLocationRanging(!options_.engine.useOwnDistance);
+    if (options_.engine.printsAll())
       tracker.setElectionObserver(
           [this](const ElectionTrace& trace) { shown_.tell(&sim::ReplayListener::elected, trace); });
     manager_->updateMaps();
@@ -129,7 +126,7 @@ class Run {
     auto services =
         posix::makeServices({.mainBundle = venue_ + "/bundle", .documents = documents_, .loop = loop_.tasks()});
     // Without --events all, what is wrong with the radio is still told, on standard error.
-    if (options_.events == "all") {
+    if (options_.engine.printsAll()) {
       services.console = log(sim::LogChannel::engine);
       services.systemLog = log(sim::LogChannel::system);
     }
@@ -164,34 +161,21 @@ int runLive(const Options& options) {
   try {
     return Run(options).run();
   } catch (const MissingUsageDescription& missing) {
-    complain(fmt::format("{}/bundle/Info.plist: {}", options.venue, missing.what()));
+    complain(fmt::format("{}/bundle/Info.plist: {}", options.engine.venue, missing.what()));
     return kRunFailed;
   }
 }
 
 }  // namespace
 
-void registerRun(CLI::App& app) {
+void registerRun(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("run", kDescription);
-  command.footer(kFooter);
-  command.add_option("--venue", options->venue, "Venue folder, with bundle/ and server/")
-      ->required()
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  command
-      .add_option("--documents", options->documents,
-                  "Folder for the files that the system keeps from run to run; a fresh one by default")
-      ->type_name("DIR");
-  command.add_option("--events", options->events, "What to print: only positions, or everything that happens")
-      ->check(CLI::IsMember({"location", "all"}))
-      ->capture_default_str();
-  command.add_flag("--use-own-distance", options->useOwnDistance,
-                   "Compare distances computed from averaged signals instead of those that rangings state");
-  command.add_flag("--network", options->network, "Talk to the servers that the bundle names");
-  command.add_flag("--geolocation", options->geolocation, "Use geographic fixes where no beacon is heard");
+  auto command = line.addCommand("run", kDescription, kFooter);
+  options->engine.addTo(command);
+  command.add("--network", options->network, "Talk to the servers that the bundle names");
+  command.add("--geolocation", options->geolocation, "Use geographic fixes where no beacon is heard");
   options->live.addTo(command);
-  runs(command, [options] { return runLive(*options); });
+  command.runs([options] { return runLive(*options); });
 }
 
 }  // namespace wayloom::tools

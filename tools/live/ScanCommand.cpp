@@ -34,9 +34,15 @@ const std::map<std::string, BoardOrder> kOrders = {
 struct Options {
   LiveOptions live;
   std::string venue;
-  BoardOrder order = BoardOrder::rssi;
+  std::string order = "rssi";
   bool json = false;
 };
+
+std::vector<std::string> columns() {
+  std::vector<std::string> names;
+  for (const auto& [name, order] : kOrders) names.push_back(name);
+  return names;
+}
 
 // Names come out of a document.
 std::string printable(std::string text) {
@@ -79,7 +85,7 @@ class Scan : public linux_::ScannerListener {
     printTable();
   }
 
-  std::vector<BoardRow> rows() { return board_.rows(posix::PosixMonotonicClock().now(), options_.order); }
+  std::vector<BoardRow> rows() { return board_.rows(posix::PosixMonotonicClock().now(), kOrders.at(options_.order)); }
 
   void printTable() {
     const auto status = scanner_.status();
@@ -128,19 +134,14 @@ class Scan : public linux_::ScannerListener {
 
 }  // namespace
 
-void registerScan(CLI::App& app) {
+void registerScan(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("scan", kDescription);
-  command.footer(kFooter);
-  command.add_option("--venue", options->venue, "Venue folder whose kit gives the beacons names")
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  command.add_option("--sort", options->order, "Order: identity, name, rssi (default), distance, rate or age")
-      ->transform(CLI::CheckedTransformer(kOrders))
-      ->type_name("COLUMN");
-  command.add_flag("--json", options->json, "One JSON line for each beacon each second");
+  auto command = line.addCommand("scan", kDescription, kFooter);
+  command.addVenue(options->venue, "Venue folder whose kit gives the beacons names");
+  command.add("--sort", options->order, "Which column gives the order").oneOf(columns()).showsDefault().named("COLUMN");
+  command.add("--json", options->json, "One JSON line for each beacon each second");
   options->live.addTo(command);
-  runs(command, [options] { return Scan(*options).run(); });
+  command.runs([options] { return Scan(*options).run(); });
 }
 
 }  // namespace wayloom::tools

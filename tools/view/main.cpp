@@ -10,7 +10,7 @@
 #include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/regions/MissingUsageDescription.hpp"
 
-#include "tools/Command.hpp"
+#include "tools/CommandLine.hpp"
 #include "tools/view/LiveServices.hpp"
 #include "tools/view/MapWindow.hpp"
 #include "tools/view/RecordingPlayer.hpp"
@@ -171,32 +171,23 @@ int view(const Options& options) {
   }
 }
 
-int run(int argc, char** argv) {
-  CLI::App app(kDescription, "wayloom view");
-  app.footer(kFooter);
-  Options options;
-  app.add_option("--venue", options.venue, "Venue folder, with bundle/ and server/")
-      ->required()
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  app.add_option("--documents", options.documents,
-                 "Folder for the files that the system keeps from run to run; a recording gets a fresh one by default")
-      ->type_name("DIR");
-  app.add_option("--map", options.map, "Show this map and stay on it; otherwise the one that the device is on")
-      ->type_name("MAPID");
-  app.add_option("--speed", options.speed, "Recorded seconds a second")
-      ->check(CLI::Range(0.01, 10000.0))
-      ->capture_default_str();
-  app.add_flag("--exit-at-end", options.exitAtEnd, "Close the window when the recording ends");
-  auto* live = app.add_flag("--live", options.live, "The beacons around, heard by Bluetooth")->needs("--documents");
-  auto* recording = app.add_option("RECORDING", options.recording, "File with one JSON event a line");
-  recording->excludes(live);
-  try {
-    app.parse(argc, argv);
-    if (!options.live && options.recording.empty()) throw CLI::RequiredError("RECORDING or --live");
-  } catch (const CLI::ParseError& request) {
-    return app.exit(request) == 0 ? kSucceeded : kUsageError;
-  }
+void addArguments(Arguments arguments, Options& options) {
+  arguments.addVenue(options.venue).required();
+  arguments
+      .add("--documents", options.documents,
+           "Folder for the files that the system keeps from run to run; a recording gets a fresh one by default")
+      .named("DIR");
+  arguments.add("--map", options.map, "Show this map and stay on it; otherwise the one that the device is on")
+      .named("MAPID");
+  arguments.add("--speed", options.speed, "Recorded seconds a second").between(0.01, 10000.0).showsDefault();
+  arguments.add("--exit-at-end", options.exitAtEnd, "Close the window when the recording ends");
+  const auto live = arguments.add("--live", options.live, "The beacons around, heard by Bluetooth");
+  arguments.add("RECORDING", options.recording, "File with one JSON event a line").excludes(live);
+}
+
+int viewWhatIsAsked(const Options& options) {
+  if (!options.live && options.recording.empty()) failForMissing("RECORDING or --live");
+  if (options.live && options.documents.empty()) failForMissing("--documents");
   return view(options);
 }
 
@@ -204,14 +195,14 @@ int run(int argc, char** argv) {
 }  // namespace wayloom::tools
 
 int main(int argc, char** argv) {
+  using namespace wayloom::tools;
   // Without a graphics processor, every frame is drawn into fresh memory of the window's size: keeping it saves a third
   // of the work.
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
   mallopt(M_TRIM_THRESHOLD, 128 << 20);
-  try {
-    return wayloom::tools::run(argc, argv);
-  } catch (const std::exception& failure) {
-    wayloom::tools::complain(failure.what());
-    return wayloom::tools::kRunFailed;
-  }
+  Options options;
+  CommandLine line("wayloom view", kDescription, kFooter);
+  addArguments(line.arguments(), options);
+  line.arguments().runs([&options] { return viewWhatIsAsked(options); });
+  return line.run(argc, argv);
 }

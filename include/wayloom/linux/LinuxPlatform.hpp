@@ -1,8 +1,11 @@
 // The Platform of a Linux host with Bluetooth:
 //
 //   auto loop = std::make_shared<posix::MainLoop>();
-//   auto platform = linux_::makePlatform({.posix = {.mainBundle = "bundle", .documents = "/var/lib/kiosk", .loop =
-//   loop}}); TWLManager manager(*platform, &myDelegate); loop->run();
+//   linux_::PlatformOptions options;
+//   options.posix = {.mainBundle = "bundle", .documents = "/var/lib/kiosk", .loop = loop};
+//   auto platform = linux_::makePlatform(options);
+//   TWLManager manager(*platform, &myDelegate);
+//   loop->run();
 #pragma once
 
 #include <memory>

@@ -53,6 +53,8 @@ struct BeaconRangerOptions {
 // afresh neither forgets a signal nor tells an entry twice.
 class BeaconRanger {
  public:
+  static constexpr Duration kTickInterval = std::chrono::seconds(1);
+
   explicit BeaconRanger(BeaconRangerDelegate& delegate, BeaconRangerOptions options = {});
   ~BeaconRanger();
 

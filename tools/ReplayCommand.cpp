@@ -13,8 +13,8 @@
 #include "wayloom/regions/MissingUsageDescription.hpp"
 
 #include "tools/Command.hpp"
+#include "tools/EngineOptions.hpp"
 #include "tools/Progress.hpp"
-#include "tools/ReplayPrinter.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -38,10 +38,7 @@ constexpr const char* kFooter =
     "stands), or a file can't be used; 2 for wrong options.";
 
 struct Options {
-  std::string venue;
-  std::string documents;
-  std::string events = "location";
-  bool useOwnDistance = false;
+  EngineOptions engine;
   std::string viewMap;
   std::string recording;
 };
@@ -90,11 +87,11 @@ std::string absolute(const std::string& path) {
 
 sim::ReplayOptions replayOptions(const Options& options) {
   sim::ReplayOptions replay;
-  replay.venue = options.venue;
-  replay.documents = options.documents;
+  replay.venue = options.engine.venue;
+  replay.documents = options.engine.documents;
   replay.libraryBundle = posix::libraryResources();
-  replay.useOwnDistance = options.useOwnDistance;
-  replay.explainElections = options.events == "all";
+  replay.useOwnDistance = options.engine.useOwnDistance;
+  replay.explainElections = options.engine.printsAll();
   replay.viewMap = options.viewMap;
   return replay;
 }
@@ -125,9 +122,8 @@ int runLines(const Input& input, sim::Replayer& replayer, ReplayPrinter& printer
 }
 
 int replay(const Options& options) {
-  ReplayPrinter printer(STDOUT_FILENO,
-                        options.events == "all" ? ReplayPrinter::Events::all : ReplayPrinter::Events::location,
-                        {absolute(options.documents), absolute(options.venue)});
+  ReplayPrinter printer(STDOUT_FILENO, options.engine.printed(),
+                        {absolute(options.engine.documents), absolute(options.engine.venue)});
   const Input input(options.recording);
   if (!input.isOpen()) return fail(printer, fmt::format("{}: {}", input.name(), std::strerror(errno)));
   int status = kSucceeded;
@@ -135,7 +131,7 @@ int replay(const Options& options) {
     sim::Replayer replayer(replayOptions(options), printer);
     status = runLines(input, replayer, printer);
   } catch (const MissingUsageDescription& missing) {
-    return fail(printer, fmt::format("{}/bundle/Info.plist: {}", options.venue, missing.what()));
+    return fail(printer, fmt::format("{}/bundle/Info.plist: {}", options.engine.venue, missing.what()));
   }
   if (!printer.flush()) return fail(printer, "standard output: can't be written");
   return status;
@@ -143,34 +139,18 @@ int replay(const Options& options) {
 
 }  // namespace
 
-void registerReplay(CLI::App& app) {
+void registerReplay(CommandLine& line) {
   auto options = std::make_shared<Options>();
-  auto& command = *app.add_subcommand("replay", kDescription);
-  command.footer(kFooter);
-  command.add_option("--venue", options->venue, "Venue folder, with bundle/ and server/")
-      ->required()
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
+  auto command = line.addCommand("replay", kDescription, kFooter);
+  options->engine.addTo(command);
   command
-      .add_option("--documents", options->documents,
-                  "Folder for the files that the system keeps from run to run; a fresh one by default")
-      ->type_name("DIR");
-  command
-      .add_option("--events", options->events,
-                  "What to print: only positions, or everything that happens: kit syncs and errors, regions, rangings, "
-                  "elections, requests, log lines")
-      ->check(CLI::IsMember({"location", "all"}))
-      ->capture_default_str();
-  command.add_flag("--use-own-distance", options->useOwnDistance,
-                   "Compare distances computed from averaged signals instead of those that rangings state");
-  command
-      .add_option("--view-map", options->viewMap,
-                  "Show this map in a view without a screen; with --events all, every script that the view runs in its "
-                  "page is printed")
-      ->type_name("MAPID");
-  command.add_option("RECORDING", options->recording, "File with one JSON event a line; - reads standard input")
-      ->required();
-  runs(command, [options] { return replay(*options); });
+      .add(
+          "--view-map", options->viewMap,
+          "Show this map in a view without a screen; with --events all, every script that the view runs in its page is "
+          "printed")
+      .named("MAPID");
+  command.add("RECORDING", options->recording, "File with one JSON event a line; - reads standard input").required();
+  command.runs([options] { return replay(*options); });
 }
 
 }  // namespace wayloom::tools
