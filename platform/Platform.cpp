@@ -7,15 +7,26 @@ Platform::Platform(PlatformServices services)
       notificationQueue_(std::make_unique<NotificationQueue>(notificationCenter_, *services_.tasks)) {}
 
 Platform::~Platform() {
-  while (!sharedInstances_.empty()) sharedInstances_.pop_back();
+  while (const auto last = takeLastInstance()) {
+  }
 }
 
-void* Platform::sharedInstance(std::type_index type, const std::function<std::shared_ptr<void>()>& make) {
+std::shared_ptr<void> Platform::takeLastInstance() {
+  const std::lock_guard lock(sharedMutex_);
+  if (sharedInstances_.empty()) return nullptr;
+  auto last = std::move(sharedInstances_.back().second);
+  sharedInstances_.pop_back();
+  return last;
+}
+
+void* Platform::sharedInstance(std::type_index type, bool outlivesOthers,
+                               const std::function<std::shared_ptr<void>()>& make) {
   const std::lock_guard lock(sharedMutex_);
   for (const auto& [key, instance] : sharedInstances_)
     if (key == type) return instance.get();
   auto instance = make();
-  return sharedInstances_.emplace_back(type, std::move(instance)).second.get();
+  const auto place = outlivesOthers ? sharedInstances_.begin() : sharedInstances_.end();
+  return sharedInstances_.emplace(place, type, std::move(instance))->second.get();
 }
 
 }  // namespace wayloom::platform

@@ -130,7 +130,7 @@ class KilledTest : public testing::Test {
   void runAndKill(int first, const std::string& faults) {
     const bool isGone = faults == "gone";
     ASSERT_EQ(server_->setFaults(isGone ? "" : faults), "");
-    ChildProcess child(recorder(isGone, std::to_string(first)), log());
+    ChildProcess child(recorder(isGone, std::to_string(first)), {.errors = log(), .environment = {}});
     std::string line;
     // A third is killed while it starts and opens what the last one left.
     if (random_.chance(0.3)) {
@@ -192,7 +192,7 @@ class KilledTest : public testing::Test {
 
   void drain() {
     server_->setFaults("");
-    EXPECT_EQ(ChildProcess(recorder(false, "drain"), log()).wait(), 0);
+    EXPECT_EQ(ChildProcess(recorder(false, "drain"), {.errors = log(), .environment = {}}).wait(), 0);
     const auto stored = readStores(documents());
     expectNothingLost(stored);
     for (const auto& [uuid, session] : stored.regions) EXPECT_EQ(session.isUploaded, session.isClosed) << uuid;

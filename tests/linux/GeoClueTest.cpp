@@ -17,7 +17,8 @@ class GeoClue : public RadioTest {
   void startDaemon() {
     daemon.emplace(
         std::vector<std::string>{"/usr/libexec/geoclue", "--timeout=0", "--nmea-socket=" + (folder / "nmea")},
-        std::vector<std::string>{"DBUS_SYSTEM_BUS_ADDRESS=" + bus.address(), "PATH=/usr/bin:/bin"});
+        ChildProcess::Surroundings{.errors = {},
+                                   .environment = {"DBUS_SYSTEM_BUS_ADDRESS=" + bus.address(), "PATH=/usr/bin:/bin"}});
     for (int i = 0; i < 100 && !isOnBus(); ++i) std::this_thread::sleep_for(50ms);
     ASSERT_TRUE(isOnBus());
   }
@@ -35,7 +36,7 @@ class GeoClue : public RadioTest {
 
   void locate() {
     services = std::make_shared<linux_::LinuxLocationServices>(
-        loop, std::shared_ptr<platform::LogSink>(std::shared_ptr<void>(), this), quickOptions(bus.address()),
+        loop, std::shared_ptr<platform::LogSink>(std::shared_ptr<void>(), this), radioOptions(bus.address()),
         linux_::GeoClueOptions{.bus = bus.address(), .callTimeout = 500ms, .retry = 200ms});
     manager = services->makeLocationManager();
     manager->setDelegate(this);
@@ -80,8 +81,7 @@ TEST_F(GeoClue, FixesComeAndGeofencesAreEnteredAndLeft) {
   // The service ends and comes back.
   manager->startUpdatingLocation();
   runUntil([&] { return isFix(FixCondition::fixing); });
-  daemon->signal(SIGKILL);
-  daemon->wait();
+  daemon->end(SIGKILL);
   fixes.clear();
   startDaemon();
   const FakeAgent another(bus.address(), true);

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "tests/linux/ChildProcess.hpp"
 #include "tests/posix/TemporaryDirectory.hpp"
+#include "tests/support/ChildProcess.hpp"
 
 namespace wayloom::tests {
 
@@ -39,13 +39,11 @@ class PrivateBus {
     std::filesystem::remove(folder_.path() + "/bus");
     daemon_.emplace(
         std::vector<std::string>{"dbus-daemon", "--nofork", "--print-address", "--config-file=" + configuration()});
-    daemon_->readLine();
+    std::string printedAddress;
+    daemon_->readLine(printedAddress);
   }
   // As a crash does: nobody is told of the others' ends.
-  void stop() {
-    daemon_->signal(SIGKILL);
-    daemon_.reset();
-  }
+  void stop() { daemon_.reset(); }
   void freeze() { daemon_->signal(SIGSTOP); }
   void thaw() { daemon_->signal(SIGCONT); }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -25,8 +26,12 @@ using namespace std::chrono_literals;
 
 inline const platform::UUID kVenue = *platform::UUID::parse("5A0E0000-0000-4000-8000-000000000002");
 
-// Times shortened about twentyfold.
-inline linux_::BluezOptions quickOptions(const std::string& bus) {
+// WAYLOOM_REAL_TIMES=1 tests with the times that hosts get; otherwise they are shortened about twentyfold.
+inline bool hasRealTimes() { return std::getenv("WAYLOOM_REAL_TIMES") != nullptr; }
+inline std::chrono::milliseconds exitSilence() { return hasRealTimes() ? 30s : 700ms; }
+
+inline linux_::BluezOptions radioOptions(const std::string& bus) {
+  if (hasRealTimes()) return {.bus = bus};
   return {
       .bus = bus, .watchdog = 400ms, .callTimeout = 150ms, .firstRetry = 20ms, .longestRetry = 100ms, .gathering = 5ms};
 }
@@ -36,8 +41,8 @@ class RadioTest : public testing::Test, protected platform::CLLocationManagerDel
   void listen(std::optional<linux_::BluezOptions> options = std::nullopt) {
     services = std::make_shared<linux_::LinuxLocationServices>(
         loop, std::shared_ptr<platform::LogSink>(std::shared_ptr<void>(), this),
-        options.value_or(quickOptions(bus.address())));
-    services->setExitSilence(700ms);
+        options.value_or(radioOptions(bus.address())));
+    services->setExitSilence(exitSilence());
     manager = services->makeLocationManager();
     manager->setDelegate(this);
   }
@@ -48,8 +53,8 @@ class RadioTest : public testing::Test, protected platform::CLLocationManagerDel
     manager->startRangingBeaconsInRegion(region);
   }
 
-  // Runs the main loop until `done` holds; a failure after ten seconds.
-  void runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 10s) {
+  // Runs the main loop until `done` holds; a failure after the limit.
+  void runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = hasRealTimes() ? 60s : 10s) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!done() && std::chrono::steady_clock::now() < end) pass();
     EXPECT_TRUE(done());
@@ -73,10 +78,10 @@ class RadioTest : public testing::Test, protected platform::CLLocationManagerDel
     bluez.every(100ms, [](FakeBluez& fake) { fake.sight(1, {kVenue, 1, 1}); });
   }
 
-  // Until a ranging has the beacon afresh.
+  // Until a ranging has the beacon afresh, which is to take ten seconds at most.
   void runUntilRanged() {
     rangedBeacons = 0;
-    runUntil([&] { return rangedBeacons > 0; });
+    runUntil([&] { return rangedBeacons > 0; }, 10s);
   }
 
   void locationManagerDidRangeBeaconsInRegion(platform::CLLocationManager*, std::span<const platform::CLBeacon> beacons,

@@ -27,7 +27,7 @@ class ScanRecovery : public RadioTest {
     logged.clear();
     begin();
     runUntil([&] { return is(cause); });
-    runFor(1500ms);  // twice the silence after which a region is left
+    runFor(2 * exitSilence());
     end();
     runUntilRanged();
     EXPECT_THAT(told, ElementsAre("error " + std::to_string(static_cast<int>(cause))));
@@ -140,7 +140,7 @@ TEST_F(ScanRecovery, NothingWaitsForABusThatHangs) {
 }
 
 TEST_F(ScanRecovery, HostWithoutABusIsToldOnceAndWorksOtherwise) {
-  listen(quickOptions("unix:path=/nonexistent/bus"));
+  listen(radioOptions("unix:path=/nonexistent/bus"));
   watchVenue();
   runUntil([&] { return is(RadioCondition::noBus); });
   runFor(400ms);

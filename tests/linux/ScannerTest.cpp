@@ -119,7 +119,7 @@ TEST_F(Scanner, UsesTheAdapterThatIsPoweredOrAskedFor) {
   watchVenue();
   runUntil([&] { return services->radioStatus().adapter == "hci1" && services->radioStatus().listening; });
 
-  auto options = quickOptions(bus.address());
+  auto options = radioOptions(bus.address());
   options.adapter = "hci7";
   listen(options);
   watchVenue();

@@ -16,19 +16,26 @@ namespace wayloom {
 // A program that a test runs beside itself, and whose standard output it reads. Killed at the latest with the object.
 class ChildProcess {
  public:
-  // The words are the program's path and its arguments. Its standard error is appended to the file, if one is given.
-  explicit ChildProcess(std::vector<std::string> words, const std::string& errors = {}) {
-    std::vector<char*> arguments;
-    for (auto& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
+  struct Surroundings {
+    std::string errors;                    // file that its standard error is appended to
+    std::vector<std::string> environment;  // in place of the test's own
+  };
+
+  // The words are the program's name or path and its arguments.
+  explicit ChildProcess(std::vector<std::string> words, Surroundings around = {}) {
     std::array<int, 2> pipe{};
     if (::pipe2(pipe.data(), O_CLOEXEC) != 0) return;
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
-    if (!errors.empty())
-      ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0600);
-    if (::posix_spawn(&process_, arguments.front(), &actions, nullptr, arguments.data(), environ) != 0) process_ = -1;
+    if (!around.errors.empty())
+      ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, around.errors.c_str(), O_WRONLY | O_APPEND | O_CREAT,
+                                         0600);
+    auto arguments = pointersTo(words);
+    auto environment = pointersTo(around.environment);
+    if (::posix_spawnp(&process_, arguments.front(), &actions, nullptr, arguments.data(),
+                       around.environment.empty() ? environ : environment.data()) != 0)
+      process_ = -1;
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(pipe[1]);
     output_ = pipe[0];
@@ -50,9 +57,12 @@ class ChildProcess {
     return true;
   }
 
+  void signal(int number) const {
+    if (process_ > 0) ::kill(process_, number);
+  }
   // The exit status; the negative number of the signal that ended it. What it has written can still be read.
   int end(int signal) {
-    if (process_ > 0) ::kill(process_, signal);
+    this->signal(signal);
     return wait();
   }
   int wait() {
@@ -62,6 +72,13 @@ class ChildProcess {
   }
 
  private:
+  static std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (auto& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+  }
+
   bool readMore(int milliseconds) {
     pollfd readable{output_, POLLIN, 0};
     if (::poll(&readable, 1, milliseconds) <= 0) return false;

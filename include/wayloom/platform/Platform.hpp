@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <type_traits>
 #include <typeindex>
 #include <utility>
 #include <vector>
@@ -79,14 +80,18 @@ class Platform {
 
   // The one instance of T of this Platform: made on the first call by `make` (returning std::unique_ptr<T>), owned by
   // the Platform, destroyed in reverse order of making. Any thread; `make` may ask for other instances.
+  //
+  // What an instance keeps a reference to, its constructor asks for, so that it is made before and goes after. Plain
+  // values (trivially destructible) go after all others: those may be asked for at any time, also while others end.
   template <class T, class Make>
   T& shared(Make&& make) {
-    return *static_cast<T*>(
-        sharedInstance(typeid(T), [&]() -> std::shared_ptr<void> { return std::forward<Make>(make)(); }));
+    return *static_cast<T*>(sharedInstance(typeid(T), std::is_trivially_destructible_v<T>,
+                                           [&]() -> std::shared_ptr<void> { return std::forward<Make>(make)(); }));
   }
 
  private:
-  void* sharedInstance(std::type_index type, const std::function<std::shared_ptr<void>()>& make);
+  void* sharedInstance(std::type_index type, bool outlivesOthers, const std::function<std::shared_ptr<void>()>& make);
+  std::shared_ptr<void> takeLastInstance();
 
   PlatformServices services_;
   NotificationCenter notificationCenter_;
