@@ -14,18 +14,27 @@ void exitWith(int status) {
   if (status != kSucceeded) throw CLI::RuntimeError(status);
 }
 
+// In the help, the name stands for what is checked.
+Argument checked(CLI::Option& option, CLI::Validator validator, const std::string& name) {
+  return Argument(*option.check(validator.description(""))->type_name(name));
+}
+
 }  // namespace
 
 Argument Argument::required() { return Argument(*option_->required()); }
 Argument Argument::named(const char* type) { return Argument(*option_->type_name(type)); }
-Argument Argument::existingFolder() { return Argument(*option_->check(CLI::ExistingDirectory)->type_name("DIR")); }
-Argument Argument::existingFile() { return Argument(*option_->check(CLI::ExistingFile)->type_name("FILE")); }
+Argument Argument::existingFolder() { return checked(*option_, CLI::ExistingDirectory, "DIR"); }
+Argument Argument::existingFile() { return checked(*option_, CLI::ExistingFile, "FILE"); }
 Argument Argument::oneOf(std::vector<std::string> values) {
   return Argument(*option_->check(CLI::IsMember(std::move(values))));
 }
-Argument Argument::between(int low, int high) { return Argument(*option_->check(CLI::Range(low, high))); }
-Argument Argument::between(double low, double high) { return Argument(*option_->check(CLI::Range(low, high))); }
-Argument Argument::positive() { return Argument(*option_->check(CLI::PositiveNumber)); }
+Argument Argument::between(int low, int high) {
+  return checked(*option_, CLI::Range(low, high), fmt::format("{}..{}", low, high));
+}
+Argument Argument::between(double low, double high) {
+  return checked(*option_, CLI::Range(low, high), fmt::format("{}..{}", low, high));
+}
+Argument Argument::positive() { return checked(*option_, CLI::PositiveNumber, "NUMBER"); }
 Argument Argument::showsDefault() { return Argument(*option_->capture_default_str()); }
 Argument Argument::separatedBy(char delimiter) { return Argument(*option_->delimiter(delimiter)); }
 Argument Argument::oneEach() { return Argument(*option_->allow_extra_args(false)); }

@@ -33,6 +33,7 @@ constexpr const char* kFooter = R"(The figures:
   sw/min  changes of the reported beacon a minute
   bad/min of those, to a beacon farther from the truth than the one left
 
+Example:
   wayloom evaluate --venue examples/venue tour.jsonl --report report.html)";
 
 struct Options {
@@ -193,8 +194,8 @@ void registerEvaluate(CommandLine& line) {
   auto options = std::make_shared<Options>();
   auto command = line.addCommand("evaluate", kDescription, kFooter);
   command.addVenue(options->venue).required();
-  command.add("recordings", options->recordings, "Recordings with truth lines").required().existingFile();
-  command.add("--report", options->report, "Draw the walks and figures into this HTML file");
+  command.add("RECORDINGS", options->recordings, "Recordings with truth lines").required().existingFile();
+  command.add("--report", options->report, "Draw the walks and figures into this HTML file").named("FILE");
   command.add("--use-own-distance", options->useOwnDistance,
               "Compare the library's own distances instead of the platform's accuracies");
   command.runs([options] { return run(*options); });

@@ -176,6 +176,7 @@ void registerMaps(CommandLine& line) {
       .named("DIR");
   command.add("--time-limit", options->timeLimit, "Seconds after which an update is given up")
       .positive()
+      .named("SECONDS")
       .showsDefault();
   command.add("--json", options->isJson, "Print the result as JSON");
   command.add("--verbose", options->isVerbose, "Show the library's log, too");

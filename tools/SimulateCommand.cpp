@@ -29,6 +29,7 @@ constexpr const char* kFooter =
 send as the kit says, in a world without walls. --walk names a walk document; without one, somebody wanders from beacon
 to beacon. The same venue, walk and seed give the same bytes. docs/radio.md has both formats.
 
+Examples:
   wayloom simulate --venue examples/venue --seed 1 --walk examples/venue/walks/tour.json > tour.jsonl
   wayloom evaluate --venue examples/venue tour.jsonl)";
 
@@ -206,7 +207,9 @@ void registerSimulate(CommandLine& line) {
   command.add("--start", options->start, "When a random walk begins, seconds since 1970")
       .between(0.0, 4e9)
       .showsDefault();
-  command.add("-o,--output", options->output, "The recording to write; - is standard output").showsDefault();
+  command.add("-o,--output", options->output, "The recording to write; - is standard output")
+      .named("FILE")
+      .showsDefault();
   command.runs([options] { return run(*options); });
 }
 

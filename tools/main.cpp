@@ -6,9 +6,10 @@ namespace wayloom::tools {
 namespace {
 
 constexpr const char* kDescription =
-    "Indoor positioning on recorded and simulated walks.\n\n"
+    "Indoor positioning on recorded, simulated and real walks.\n\n"
     "A venue folder holds what a venue's application and servers would: its beacons and its maps. A recording holds "
-    "what a device received while it was carried through the venue. Neither needs a radio or a network.";
+    "what a device received while it was carried through the venue. Only scan, record, run, doctor and view --live "
+    "need a radio.";
 
 constexpr const char* kFooter =
     "Examples:\n"

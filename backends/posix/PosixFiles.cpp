@@ -176,6 +176,7 @@ std::optional<Error> copyRegularFile(const std::string& from, const std::string&
   if (!file) return systemError(errno, "cannot copy to", to);
   if (const int failure = copyContent(source.get(), file.descriptor()))
     return systemError(failure, "cannot copy", from);
+  if (::fdatasync(file.descriptor()) != 0) return systemError(errno, "cannot copy to", to);
   if (const int failure = publish(file, to, Existing::isKept)) return systemError(failure, "cannot copy to", to);
   return std::nullopt;
 }

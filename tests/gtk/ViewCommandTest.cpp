@@ -46,7 +46,7 @@ TEST(ViewCommand, FollowsARecordingToItsEnd) {
     EXPECT_EQ(failed.status, 1) << line;
     EXPECT_THAT(failed.output, testing::StartsWith("wayloom: ")) << line;
   }
-  for (const std::string arguments : {"", "--live", "--speed 0 x", "--live --documents /tmp x"})
+  for (const std::string arguments : {"", "--speed 0 x", "--live x", "--network x"})
     EXPECT_EQ(run(kView + arguments).status, 2) << arguments;
 }
 

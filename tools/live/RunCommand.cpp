@@ -15,6 +15,7 @@
 
 #include "backends/sim/TellingManager.hpp"
 #include "tools/Command.hpp"
+#include "tools/DocumentsFolder.hpp"
 #include "tools/EngineOptions.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"
@@ -85,17 +86,9 @@ class Run {
   explicit Run(const Options& options)
       : options_(options),
         venue_(std::filesystem::absolute(options.engine.venue).lexically_normal().string()),
-        documents_(options.engine.documents.empty() ? freshFolder()
-                                                    : std::filesystem::absolute(options.engine.documents).string()),
-        printer_(STDOUT_FILENO, options.engine.printed(), {documents_, venue_}),
+        documents_(options.engine.documents),
+        printer_(STDOUT_FILENO, options.engine.printed(), {documents_.path(), venue_}),
         shown_(printer_, loop_) {}
-
-  ~Run() {
-    manager_.reset();
-    platform_.reset();
-    std::error_code ignored;
-    if (options_.engine.documents.empty()) std::filesystem::remove_all(documents_, ignored);
-  }
 
   int run() {
     makePlatform();
@@ -116,15 +109,9 @@ class Run {
   }
 
  private:
-  static std::string freshFolder() {
-    auto path = (std::filesystem::temp_directory_path() / "wayloom-XXXXXX").string();
-    if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary folder can be made");
-    return path;
-  }
-
   void makePlatform() {
     auto services =
-        posix::makeServices({.mainBundle = venue_ + "/bundle", .documents = documents_, .loop = loop_.tasks()});
+        posix::makeServices({.mainBundle = venue_ + "/bundle", .documents = documents_.path(), .loop = loop_.tasks()});
     // Without --events all, what is wrong with the radio is still told, on standard error.
     if (options_.engine.printsAll()) {
       services.console = log(sim::LogChannel::engine);
@@ -149,7 +136,7 @@ class Run {
   const Options& options_;
   LiveLoop loop_;
   std::string venue_;
-  std::string documents_;
+  DocumentsFolder documents_;
   ReplayPrinter printer_;
   LivePrinter shown_;
   std::shared_ptr<linux_::LinuxLocationServices> location_;

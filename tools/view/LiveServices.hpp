@@ -15,7 +15,8 @@ struct LiveServices {
   std::function<void(std::function<void(const std::string&)>)> observeRadio;
 };
 
-// Nothing when this build has no backend for a radio.
-std::optional<LiveServices> liveServices(const posix::PlatformOptions& options);
+// The bus and the adapter as BluezOptions has them. Nothing when this build has no backend for a radio.
+std::optional<LiveServices> liveServices(const posix::PlatformOptions& options, const std::string& bus,
+                                         const std::string& adapter);
 
 }  // namespace wayloom::tools

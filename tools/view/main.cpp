@@ -1,7 +1,10 @@
 // wayloom-view, which is `wayloom view`: a window on a recording or on the live engine.
+#include <array>
+#include <csignal>
 #include <ctime>
 #include <filesystem>
 #include <fmt/format.h>
+#include <glib-unix.h>
 #include <gtk/gtk.h>
 #include <malloc.h>
 #include <optional>
@@ -9,8 +12,10 @@
 #include "wayloom/gtk/GtkPlatform.hpp"
 #include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/regions/MissingUsageDescription.hpp"
+#include "wayloom/sim/VenueHttpServer.hpp"
 
 #include "tools/CommandLine.hpp"
+#include "tools/DocumentsFolder.hpp"
 #include "tools/view/LiveServices.hpp"
 #include "tools/view/MapWindow.hpp"
 #include "tools/view/RecordingPlayer.hpp"
@@ -27,8 +32,9 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  wayloom view --venue examples/venue walk.jsonl               as fast as it was recorded\n"
     "  wayloom view --venue examples/venue --speed 20 walk.jsonl    twenty times as fast\n"
-    "  wayloom view --venue venue --live --documents state          what Bluetooth hears now\n\n"
-    "Exit status: 0 when the window was closed, 1 when a file can't be used or there is no display,\n"
+    "  wayloom view --venue venue --live                            what Bluetooth hears now\n\n"
+    "Exit status: 0 when the window was closed or it was stopped by SIGINT or SIGTERM, 1 when a file can't be used or "
+    "there is no display,\n"
     "2 for wrong options.";
 
 constexpr guint kFrame = 16;  // milliseconds
@@ -40,6 +46,9 @@ struct Options {
   double speed = 1.0;
   bool exitAtEnd = false;
   bool live = false;
+  bool network = false;
+  std::string bus;
+  std::string adapter;
   std::string recording;
 };
 
@@ -49,16 +58,34 @@ MapWindow::Options windowOptions(const Options& options) {
   return {.title = name.string() + (options.live ? " \u2013 live" : ""), .mapId = options.map};
 }
 
-// Runs GTK until the window is closed or somebody stops it.
+// Runs GTK until the window is closed, somebody stops it, or SIGINT or SIGTERM ends it.
 class Session {
  public:
+  Session() : signals_{stopOn(SIGINT), stopOn(SIGTERM)} {}
+  ~Session() {
+    for (const auto source : signals_) g_source_remove(source);
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
   void run() {
     while (isRunning_) g_main_context_iteration(nullptr, TRUE);
   }
   void stop() { isRunning_ = false; }
 
  private:
+  guint stopOn(int signal) {
+    return g_unix_signal_add(
+        signal,
+        [](gpointer session) noexcept -> gboolean {
+          static_cast<Session*>(session)->stop();
+          return G_SOURCE_CONTINUE;
+        },
+        this);
+  }
+
   bool isRunning_ = true;
+  std::array<guint, 2> signals_;
 };
 
 // Every frame, time moves on.
@@ -134,18 +161,32 @@ int viewRecording(const Options& options) {
   return report(options, player.error());
 }
 
+// Unless the network is asked for, the venue folder answers requests.
+std::optional<LiveServices> makeLiveServices(const Options& options, const std::string& documents,
+                                             const std::shared_ptr<posix::MainLoop>& loop) {
+  const auto venue = std::filesystem::absolute(options.venue).string();
+  posix::PlatformOptions platformOptions;
+  platformOptions.mainBundle = venue + "/bundle";
+  platformOptions.documents = documents;
+  platformOptions.loop = loop;
+  auto live = liveServices(platformOptions, options.bus, options.adapter);
+  if (!live) return live;
+  auto& services = live->services;
+  gtk::addWidgets(services, loop);
+  if (!options.network)
+    services.http =
+        std::make_shared<sim::VenueHttpServer>(services.tasks, services.files, venue, *services.propertyLists);
+  return live;
+}
+
 int viewLive(const Options& options) {
   const auto loop = std::make_shared<posix::MainLoop>();
-  posix::PlatformOptions platformOptions;
-  platformOptions.mainBundle = options.venue + "/bundle";
-  platformOptions.documents = options.documents;
-  platformOptions.loop = loop;
-  auto live = liveServices(platformOptions);
+  const DocumentsFolder documents(options.documents);
+  auto live = makeLiveServices(options, documents.path(), loop);
   if (!live) {
     complain("there is no radio in this build: it was made without the backend for Bluetooth");
     return kRunFailed;
   }
-  gtk::addWidgets(live->services, loop);
   platform::Platform platform(std::move(live->services));
   TWLManager manager(platform);
   manager.updateMaps();
@@ -175,19 +216,25 @@ void addArguments(Arguments arguments, Options& options) {
   arguments.addVenue(options.venue).required();
   arguments
       .add("--documents", options.documents,
-           "Folder for the files that the system keeps from run to run; a recording gets a fresh one by default")
+           "Folder for the files that the system keeps from run to run; a fresh one by default")
       .named("DIR");
   arguments.add("--map", options.map, "Show this map and stay on it; otherwise the one that the device is on")
       .named("MAPID");
   arguments.add("--speed", options.speed, "Recorded seconds a second").between(0.01, 10000.0).showsDefault();
   arguments.add("--exit-at-end", options.exitAtEnd, "Close the window when the recording ends");
   const auto live = arguments.add("--live", options.live, "The beacons around, heard by Bluetooth");
+  arguments.add("--network", options.network, "With --live, talk to the servers that the bundle names").needs(live);
+  arguments.add("--adapter", options.adapter, "The Bluetooth adapter, such as hci1; by default the first that is on")
+      .named("NAME")
+      .needs(live);
+  arguments.add("--bus", options.bus, "D-Bus address of the bus with the Bluetooth service; by default the system's")
+      .named("ADDRESS")
+      .needs(live);
   arguments.add("RECORDING", options.recording, "File with one JSON event a line").excludes(live);
 }
 
 int viewWhatIsAsked(const Options& options) {
   if (!options.live && options.recording.empty()) failForMissing("RECORDING or --live");
-  if (options.live && options.documents.empty()) failForMissing("--documents");
   return view(options);
 }
 
