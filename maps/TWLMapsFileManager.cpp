@@ -96,9 +96,10 @@ bool TWLMapsFileManager::updateMapsFromDictionary(const Images& images) {
 
 void TWLMapsFileManager::copyDownloadedMapFiles() {
   const std::string downloads = mapDownloadPath();
-  const std::string maps = mapDirectoryPath();
+  const std::string from = downloads + "/";
+  const std::string to = mapDirectoryPath() + "/";
   for (const auto& name : platform_.files().listDirectory(downloads).value_or(std::vector<std::string>()))
-    moveInto(downloads + "/" + name, maps + "/" + name);
+    moveInto(from + name, to + name);
 }
 
 // A failed removal is told a second time in the end, as the move's failure.

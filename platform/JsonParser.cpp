@@ -88,6 +88,10 @@ std::optional<Json> parseFast(std::string_view text) {
 // Builds the value from the events of the Json type's parser, which keeps its own state off the call stack.
 class DocumentBuilder : public nlohmann::json_sax<Json> {
  public:
+  DocumentBuilder() = default;
+  DocumentBuilder(const DocumentBuilder&) = delete;
+  DocumentBuilder& operator=(const DocumentBuilder&) = delete;
+
   bool null() override { return add(nullptr); }
   bool boolean(bool value) override { return add(value); }
   bool number_integer(number_integer_t value) override { return add(value); }

@@ -72,7 +72,7 @@ void TWLManager::startStandardUpdates() {
 
 void TWLManager::stopStandardUpdates() { gfManager_->locationManager().stopUpdatingLocation(); }
 
-void TWLManager::addListener(std::shared_ptr<TWLManagerDelegate> listener) {
+void TWLManager::addListener(const std::shared_ptr<TWLManagerDelegate>& listener) {
   if (!listener) return;
   listeners_->add(listener);
   listener->locationManagerDidUpdateMapLocation(*this,

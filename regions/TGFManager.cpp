@@ -46,7 +46,7 @@ struct TGFManager::Download {
   TGFAPIRequest request;
 };
 
-TGFManager::TGFManager(Platform& platform, TGFManagerDelegate* delegate, std::optional<Json> configuration,
+TGFManager::TGFManager(Platform& platform, TGFManagerDelegate* delegate, const std::optional<Json>& configuration,
                        TGFManagerServices services)
     : platform_(platform),
       services_(std::move(services)),
@@ -196,7 +196,7 @@ void TGFManager::performSync() {
     downloads_.push_back(download);
   }
   download->request.getHandler(config_.url(), [this, life = scope_.weak(), end = download->ended](
-                                                  std::optional<Error> error, std::optional<Json> response) {
+                                                  const std::optional<Error>& error, std::optional<Json> response) {
     if (const platform::TaskScope::Guard guard(life); guard) finishSync(error, std::move(response));
     *end = true;
   });

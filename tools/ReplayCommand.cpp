@@ -1,12 +1,12 @@
 // wayloom replay: runs the whole system on a recording and prints what comes of it.
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 #include "wayloom/posix/LibraryResources.hpp"
@@ -125,7 +125,8 @@ int replay(const Options& options) {
   ReplayPrinter printer(STDOUT_FILENO, options.engine.printed(),
                         {absolute(options.engine.documents), absolute(options.engine.venue)});
   const Input input(options.recording);
-  if (!input.isOpen()) return fail(printer, fmt::format("{}: {}", input.name(), std::strerror(errno)));
+  if (!input.isOpen())
+    return fail(printer, fmt::format("{}: {}", input.name(), std::generic_category().message(errno)));
   int status = kSucceeded;
   try {
     sim::Replayer replayer(replayOptions(options), printer);

@@ -1,6 +1,5 @@
 // wayloom view: hands over to the program wayloom-view, so that the other commands need not load a user interface.
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fmt/format.h>
 #include <string>
@@ -32,7 +31,7 @@ int view(const std::vector<std::string>& arguments) {
   pointers.push_back(nullptr);
   ::execvp(program.c_str(), pointers.data());
   complain(errno == ENOENT ? "there is no window in this build: it was made without GTK 4 and WebKitGTK 6.0"
-                           : fmt::format("{}: {}", program, std::strerror(errno)));
+                           : fmt::format("{}: {}", program, std::generic_category().message(errno)));
   return kRunFailed;
 }
 

@@ -148,7 +148,7 @@ bool GtkWebView::allows(const std::string& url) {
   return (delegate_ == nullptr || delegate_->webViewShouldStartLoadWithRequest(url)) && isLocal(url);
 }
 
-gboolean GtkWebView::decidePolicy(WebKitWebView* view, WebKitPolicyDecision* decision, WebKitPolicyDecisionType type,
+gboolean GtkWebView::decidePolicy(WebKitWebView*, WebKitPolicyDecision* decision, WebKitPolicyDecisionType type,
                                   gpointer self) noexcept {
   if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
     auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);

@@ -38,7 +38,7 @@ class GtkWidgetOf : public Base, public NativeWidget {
   explicit GtkWidgetOf(GtkWidget* widget)
       : widget_(ObjectRef<GtkWidget>::adopting(widget)), style_(widget), fade_(widget) {}
   ~GtkWidgetOf() override {
-    if (gtk_widget_get_parent(native()) != nullptr) gtk_widget_unparent(native());
+    if (gtk_widget_get_parent(widget_.get()) != nullptr) gtk_widget_unparent(widget_.get());
   }
   GtkWidgetOf(const GtkWidgetOf&) = delete;
   GtkWidgetOf& operator=(const GtkWidgetOf&) = delete;

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <optional>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace wayloom::linux_ {
@@ -62,7 +62,7 @@ std::string busAbsence(const std::string& addresses) {
     if (!file) return "";
     const int error = connectionError(*file);
     if (error == 0) return "";
-    absence = "Failed to open bus (" + *file + ": " + std::strerror(error) + ")";
+    absence = "Failed to open bus (" + *file + ": " + std::generic_category().message(error) + ")";
   }
   return absence;
 }

@@ -19,7 +19,8 @@ sdbus::IProxy& BusCalls::proxy(const std::string& destination, const std::string
 }
 
 // The reply is read at once: it must not outlive the connection.
-void BusCalls::call(const BusMethod& method, platform::Duration timeout, const Fill& fill, Read read, Fail fail) {
+void BusCalls::call(const BusMethod& method, platform::Duration timeout, const Fill& fill, Read read,
+                    const Fail& fail) {
   if (connection_ == nullptr) return;
   const auto conversation = conversation_;
   try {

@@ -44,7 +44,7 @@ class BusCalls {
 
   // What follows from the answer runs in a task of its own on the bus thread, after the time-out at the latest, unless
   // the call is abandoned.
-  void call(const BusMethod& method, platform::Duration timeout, const Fill& fill, Read read, Fail fail);
+  void call(const BusMethod& method, platform::Duration timeout, const Fill& fill, Read read, const Fail& fail);
 
  private:
   void follow(std::uint64_t conversation, platform::Task task);

@@ -153,7 +153,7 @@ class LinuxLocationServices::Radio : public ScannerListener,
   std::optional<GeoClueFixes> fixes_;
 };
 
-LinuxLocationServices::LinuxLocationServices(std::shared_ptr<platform::TaskScheduler> tasks,
+LinuxLocationServices::LinuxLocationServices(const std::shared_ptr<platform::TaskScheduler>& tasks,
                                              std::shared_ptr<platform::LogSink> log, BluezOptions bluez,
                                              GeoClueOptions geoClue)
     : RangerLocationServices(*tasks, monotonicClock()), radio_(std::make_shared<Radio>(*this, tasks, std::move(log))) {

@@ -92,7 +92,7 @@ std::optional<Error> CurlTransfer::buildHeaders() {
       return httpError(CURLE_BAD_FUNCTION_ARGUMENT, "malformed request header");
     }
     // libcurl's forms of a header with a value and of one without.
-    append(value.empty() ? name + ";" : name + ": " + value);
+    append(std::string(name).append(value.empty() ? ";" : ": ").append(value));
   }
   if (request_.method == "POST") {
     if (!platform::findHeader(request_.headers, "Expect")) append("Expect:");

@@ -27,7 +27,7 @@ FileUserDefaults::FileUserDefaults(const std::string& path, std::shared_ptr<plat
   load();
 }
 
-FileUserDefaults::~FileUserDefaults() { synchronize(); }
+FileUserDefaults::~FileUserDefaults() { FileUserDefaults::synchronize(); }
 
 void FileUserDefaults::load() {
   const auto bytes = readRegularFile(path_, kLargestDefaults);

@@ -6,8 +6,6 @@
 namespace wayloom::sim {
 namespace {
 
-using simdjson::dom::element;
-
 constexpr std::size_t kCount = static_cast<std::size_t>(Member::count);
 constexpr std::array<std::string_view, kCount> kNames = {
     "t",      "type",    "rssi",       "uuid",       "major",     "minor",    "power",     "address",
@@ -17,8 +15,8 @@ constexpr std::array<std::string_view, kCount> kNames = {
 // A table in which each name has a place of its own, by its length and two of its characters.
 constexpr std::size_t kPlaces = 256;
 constexpr std::size_t placeOf(std::string_view name) {
-  const auto first = static_cast<unsigned char>(name.front());
-  const auto third = static_cast<unsigned char>(name[name.size() / 2]);
+  const std::size_t first = static_cast<unsigned char>(name.front());
+  const std::size_t third = static_cast<unsigned char>(name[name.size() / 2]);
   return (name.size() * 37U + first * 5U + third * 11U) % kPlaces;
 }
 constexpr auto makeTable() {

@@ -12,7 +12,6 @@ namespace wayloom::sim {
 namespace {
 
 using platform::CLBeacon;
-using platform::CLProximity;
 using simdjson::dom::object;
 
 constexpr std::size_t kGreatestDepth = 1U << 20U;

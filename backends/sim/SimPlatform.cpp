@@ -64,7 +64,7 @@ class SimPlatform::FreshFolder {
   std::string path_;
 };
 
-SimPlatform::SimPlatform(SimOptions options)
+SimPlatform::SimPlatform(const SimOptions& options)
     : time_(options.start),
       freshFolder_(options.documents.empty() ? std::make_unique<FreshFolder>() : nullptr),
       venue_(absoluteOrEmpty(options.venue)),

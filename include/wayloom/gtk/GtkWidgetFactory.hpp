@@ -7,7 +7,7 @@
 
 #include "wayloom/platform/WidgetFactory.hpp"
 
-struct _GtkWidget;  // what GTK calls GtkWidget
+struct _GtkWidget;  // NOLINT(bugprone-reserved-identifier): what GTK calls GtkWidget
 
 namespace wayloom {
 class TWLMapView;

@@ -26,7 +26,7 @@ namespace wayloom::linux_ {
 // Made and destroyed on the main thread. The scheduler's main loop must be running for anything to be told.
 class LinuxLocationServices : public platform::RangerLocationServices {
  public:
-  LinuxLocationServices(std::shared_ptr<platform::TaskScheduler> tasks, std::shared_ptr<platform::LogSink> log,
+  LinuxLocationServices(const std::shared_ptr<platform::TaskScheduler>& tasks, std::shared_ptr<platform::LogSink> log,
                         BluezOptions bluez = {}, GeoClueOptions geoClue = {});
   ~LinuxLocationServices() override;
 

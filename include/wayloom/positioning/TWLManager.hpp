@@ -64,7 +64,7 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   // itself too. Only the call at once is not, so that on another thread than the positions' it can meet one of theirs.
   // Any thread. The set keeps a listener given by shared pointer alive; one given by reference must be removed before
   // its destruction: when removeListener returns, no call of it is under way on another thread.
-  void addListener(std::shared_ptr<TWLManagerDelegate> listener);
+  void addListener(const std::shared_ptr<TWLManagerDelegate>& listener);
   void addListener(TWLManagerDelegate& listener);
   void removeListener(TWLManagerDelegate& listener);
 

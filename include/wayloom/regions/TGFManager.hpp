@@ -36,7 +36,7 @@ enum class BackgroundFetchResult : int { newData = 0, noData = 1, failed = 2 };
 //
 // Destruction is safe at any time, from within the delegate's calls too; no call follows it. Neither delegate is owned:
 // keep them as long as the manager.
-class TGFManager : public platform::CLLocationManagerDelegate {
+class TGFManager final : public platform::CLLocationManagerDelegate {
  public:
   using SyncHandler = std::function<void(BackgroundFetchResult)>;
 
@@ -44,7 +44,7 @@ class TGFManager : public platform::CLLocationManagerDelegate {
   // into effect with the first download after start(). Throws MissingUsageDescription when neither bundle has
   // "NSLocationAlwaysUsageDescription".
   TGFManager(platform::Platform& platform, TGFManagerDelegate* delegate = nullptr,
-             std::optional<platform::Json> configuration = std::nullopt, TGFManagerServices services = {});
+             const std::optional<platform::Json>& configuration = std::nullopt, TGFManagerServices services = {});
   ~TGFManager() override;
   TGFManager(const TGFManager&) = delete;
   TGFManager& operator=(const TGFManager&) = delete;

@@ -46,7 +46,7 @@ struct SimOptions {
 // made.
 class SimPlatform {
  public:
-  explicit SimPlatform(SimOptions options = {});
+  explicit SimPlatform(const SimOptions& options = {});
   ~SimPlatform();
   SimPlatform(const SimPlatform&) = delete;
   SimPlatform& operator=(const SimPlatform&) = delete;
