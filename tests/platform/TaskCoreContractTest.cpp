@@ -229,7 +229,9 @@ struct Subject {
 TEST_P(TaskCoreContract, ObjectsMayGoUnderLoad) {
   for (int round = 0; round < 20; ++round) {
     auto subject = std::make_unique<Subject>(tasks());
-    for (int i = 0; i < 20; ++i) tasks().backgroundQueue().async(subject->scope.bind([&] { subject->touch(); }));
+    // Not through the pointer: it is null before what it pointed to has ended.
+    auto* const object = subject.get();
+    for (int i = 0; i < 20; ++i) tasks().backgroundQueue().async(object->scope.bind([object] { object->touch(); }));
     world->runUntil([&] { return subject->touched > 30; });
     subject.reset();
   }
