@@ -94,7 +94,7 @@ class KitCheck {
     if (!constraint.hasMajor || !constraint.hasMinor) checkGeneralEntry(entry, index);
   }
 
-  void checkIdentifier(const Json& entry, JsonPath path) {
+  void checkIdentifier(const Json& entry, const JsonPath& path) {
     const auto identifier = platform::stringValue(member(entry, "identifier"));
     const auto place = placeIn(path, entry, "identifier");
     if (!identifier || identifier->empty()) return tell(Severity::error, place, "there is no identifier");

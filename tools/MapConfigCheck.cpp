@@ -130,7 +130,7 @@ void checkServedImages(CheckedDocument& document, std::string_view documentUrl, 
 
 void checkBuiltInImages(CheckedDocument& document, const std::string& bundle) {
   for (const auto& [mapId, map] : membersOf(document)) {
-    if (refusalOfLocalName(mapId, "svg") || isImage(bundle + "/" + mapId + ".svg")) continue;
+    if (refusalOfLocalName(mapId, "svg") || isImage(fmt::format("{}/{}.svg", bundle, mapId))) continue;
     document.tell(Severity::warning, {mapId},
                   fmt::format("map {} has no image before the first update: there is no file {}.svg in the bundle",
                               inQuotes(mapId), shownInLog(mapId)));

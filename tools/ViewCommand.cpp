@@ -27,6 +27,7 @@ int view(const std::vector<std::string>& arguments) {
   std::vector<std::string> words = {"wayloom view"};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (auto& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   ::execvp(program.c_str(), pointers.data());

@@ -71,6 +71,7 @@ void BeaconBoard::forget(MonotonicTime now) {
   });
   if (beacons_.size() <= kMostBeacons) return;
   std::vector<MonotonicTime> heard;
+  heard.reserve(beacons_.size());
   for (const auto& [identity, beacon] : beacons_) heard.push_back(beacon.last.receivedAt);
   std::nth_element(heard.begin(), heard.end() - kMostBeacons, heard.end());
   const auto oldest = *(heard.end() - kMostBeacons);

@@ -40,6 +40,7 @@ struct Options {
 
 std::vector<std::string> columns() {
   std::vector<std::string> names;
+  names.reserve(kOrders.size());
   for (const auto& [name, order] : kOrders) names.push_back(name);
   return names;
 }

@@ -36,7 +36,8 @@ std::vector<sim::RecordedEvent> WalkTruth::mark(double t) {
   if (next_ > 0) {
     const auto& from = marks_[next_ - 1].place;
     if (from.mapId == to.mapId)
-      for (double at = lastTime_; at < t; at += 1.0) {
+      for (int second = 0; lastTime_ + second < t; ++second) {
+        const double at = lastTime_ + second;
         const double share = (at - lastTime_) / (t - lastTime_);
         truth.push_back(truthAt(at, {to.mapId, from.x + share * (to.x - from.x), from.y + share * (to.y - from.y)}));
       }

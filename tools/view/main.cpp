@@ -244,9 +244,9 @@ int viewWhatIsAsked(const Options& options) {
 int main(int argc, char** argv) {
   using namespace wayloom::tools;
   // Without a graphics processor, every frame is drawn into fresh memory of the window's size: keeping it saves a third
-  // of the work.
-  mallopt(M_MMAP_THRESHOLD, 32 << 20);
-  mallopt(M_TRIM_THRESHOLD, 128 << 20);
+  // of the work. There is one thread yet.
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);   // NOLINT(concurrency-mt-unsafe)
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);  // NOLINT(concurrency-mt-unsafe)
   Options options;
   CommandLine line("wayloom view", kDescription, kFooter);
   addArguments(line.arguments(), options);
