@@ -152,7 +152,7 @@ UPPER_ROOMS = (
     Room(N, FOYER, 'terrace', ('Roof', 'Terrace'), (17.3, 4.0)),
     Room(E, box(0, 0, 3.2, 5), 'stairs', ('Landing',), (1.7, 4.0), True),
     Room(E, box(3.2, 0, 8, 5), 'maps', ('Map Room',), (5.2, 1.35)),
-    Room(E, box(0, 5, 8, 10.6), 'library', ('Reading Room',), (4.0, 6.35)),
+    Room(E, box(0, 5, 8, 10.6), 'reading', ('Reading Room',), (4.0, 6.35)),
     Room(E, box(0, 10.6, 5, 15), 'exhibition', ('Manuscripts',), (2.6, 12.75)),
     Room(E, box(5, 10.6, 8, 15), 'service', ('Archive',), (6.15, 12.9), True),
 )

@@ -25,7 +25,7 @@ STYLE = """\
 .workshop{fill:#dfe7d2}
 .terrace{fill:#efe4d3}
 .maps{fill:#d7e4ea}
-.library{fill:#dde8d6}
+.reading{fill:#dde8d6}
 .grass{fill:#dce8c6}
 .stone{fill:#ece3d2}
 .water{fill:#c5dfe8}
