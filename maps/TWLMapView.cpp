@@ -68,8 +68,8 @@ void TWLMapView::addWidgets() {
   locateButton_ = widgets.makeButton();
   locateButton_->setCornerRadius(kButtonCornerRadius);
   locateButton_->setBackground({.white = 1.0, .alpha = 0.9});
-  auto image = platform_.libraryBundle().pathForResource("TWLLocationIcon", "png");
-  if (!image) image = platform_.libraryBundle().pathForResource("TWLLocationIcon", "svg");
+  auto image = platform_.resourceBundle().pathForResource("TWLLocationIcon", "png");
+  if (!image) image = platform_.resourceBundle().pathForResource("TWLLocationIcon", "svg");
   locateButton_->setImage(image);
   locateButton_->setLabel("Show my location");
   locateButton_->setPressedCallback([this] { locateButtonPressed(); });

@@ -76,7 +76,7 @@ bool TWLMapsFileManager::install(const std::string& source, const std::string& d
 
 bool TWLMapsFileManager::copyResourceFileOfType(std::string_view name, std::string_view type) {
   auto path = platform_.mainBundle().pathForResource(name, type);
-  if (!path) path = platform_.libraryBundle().pathForResource(name, type);
+  if (!path) path = platform_.resourceBundle().pathForResource(name, type);
   const bool copied = copyFileFromPathToNewName(path, std::nullopt);
   log("Copying " + path.value_or("(null)") + " result " + (copied ? "1" : "0"));
   return copied;

@@ -15,7 +15,7 @@ TWLConfig::TWLConfig(platform::Platform& platform) : platform_(&platform) { load
 
 std::optional<std::string> TWLConfig::plistPath() const {
   if (auto path = platform_->mainBundle().pathForResource(kResourceName, kResourceType)) return path;
-  return platform_->libraryBundle().pathForResource(kResourceName, kResourceType);
+  return platform_->resourceBundle().pathForResource(kResourceName, kResourceType);
 }
 
 void TWLConfig::loadConfigFromPlist() {

@@ -28,7 +28,7 @@ TGFConfiguration::TGFConfiguration(platform::Platform& platform) : platform_(pla
 
 std::optional<std::string> TGFConfiguration::plistPath() const {
   if (auto path = platform_.mainBundle().pathForResource("Geofold", "plist")) return path;
-  return platform_.libraryBundle().pathForResource("Geofold", "plist");
+  return platform_.resourceBundle().pathForResource("Geofold", "plist");
 }
 
 void TGFConfiguration::loadConfigFromPlist() {

@@ -82,7 +82,7 @@ std::unique_ptr<TGFManager> TGFManager::managerWithDelegateAndConfig(Platform& p
 }
 
 void TGFManager::checkForLocationAlwaysUsageDescription() const {
-  for (const auto* bundle : {&platform_.mainBundle(), &platform_.libraryBundle()})
+  for (const auto* bundle : {&platform_.mainBundle(), &platform_.resourceBundle()})
     if (platform::member(bundle->infoDictionary(), kUsageDescription)) return;
   throw MissingUsageDescription();
 }

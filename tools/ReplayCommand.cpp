@@ -89,7 +89,7 @@ sim::ReplayOptions replayOptions(const Options& options) {
   sim::ReplayOptions replay;
   replay.venue = options.engine.venue;
   replay.documents = options.engine.documents;
-  replay.libraryBundle = posix::libraryResources();
+  replay.resourceBundle = posix::libraryResources();
   replay.useOwnDistance = options.engine.useOwnDistance;
   replay.explainElections = options.engine.printsAll();
   replay.viewMap = options.viewMap;

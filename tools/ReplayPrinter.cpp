@@ -48,7 +48,7 @@ bool ReplayPrinter::flush() {
 }
 
 void ReplayPrinter::began(sim::SimPlatform& world) {
-  paths_ = RelativePaths({world.documents(), world.venue(), world.libraryBundle()});
+  paths_ = RelativePaths({world.documents(), world.venue(), world.resourceBundle()});
 }
 
 sim::JsonText& ReplayPrinter::begin(double t, const char* event) {

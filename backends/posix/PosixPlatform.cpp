@@ -29,8 +29,8 @@ void addFiles(PlatformServices& services, const PlatformOptions& options) {
 void addBundles(PlatformServices& services, const PlatformOptions& options) {
   services.propertyLists = std::make_shared<PlistReader>();
   services.mainBundle = std::make_shared<DirectoryBundle>(options.mainBundle, *services.propertyLists);
-  services.libraryBundle =
-      std::make_shared<DirectoryBundle>(libraryResources(options.libraryBundle), *services.propertyLists);
+  services.resourceBundle =
+      std::make_shared<DirectoryBundle>(libraryResources(options.resourceBundle), *services.propertyLists);
 }
 
 // Without a radio: regions can be registered but not monitored.

@@ -61,7 +61,7 @@ Replayer::World::~World() { listener = nullptr; }
 SimOptions Replayer::World::worldOptions(const ReplayOptions& options, platform::CalendarTime start) {
   SimOptions world;
   world.venue = options.venue;
-  world.libraryBundle = options.libraryBundle;
+  world.resourceBundle = options.resourceBundle;
   world.documents = options.documents;
   world.start = start;
   world.decorate = options.decorate;

@@ -1,9 +1,5 @@
 #include "wayloom/sim/SimPlatform.hpp"
 
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "wayloom/posix/DirectoryBundle.hpp"
@@ -13,6 +9,7 @@
 
 #include "backends/posix/PosixFiles.hpp"
 #include "backends/sim/DatedFileManager.hpp"
+#include "backends/sim/FreshFolder.hpp"
 
 namespace wayloom::sim {
 namespace {
@@ -45,30 +42,11 @@ std::shared_ptr<platform::Bundle> makeBundle(const std::string& path, const plat
 
 }  // namespace
 
-class SimPlatform::FreshFolder {
- public:
-  FreshFolder() : path_((std::filesystem::temp_directory_path() / "wayloom-XXXXXX").string()) {
-    if (::mkdtemp(path_.data()) == nullptr)
-      throw std::system_error(errno, std::generic_category(), "cannot create directory " + path_);
-  }
-  ~FreshFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  FreshFolder(const FreshFolder&) = delete;
-  FreshFolder& operator=(const FreshFolder&) = delete;
-
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 SimPlatform::SimPlatform(const SimOptions& options)
     : time_(options.start),
       freshFolder_(options.documents.empty() ? std::make_unique<FreshFolder>() : nullptr),
       venue_(absoluteOrEmpty(options.venue)),
-      libraryBundle_(absoluteOrEmpty(options.libraryBundle)),
+      resourceBundle_(absoluteOrEmpty(options.resourceBundle)),
       documents_(posix::absolutePath(freshFolder_ ? freshFolder_->path() : options.documents)) {
   auto services = makeServices(options);
   if (options.decorate) options.decorate(services);
@@ -87,7 +65,7 @@ platform::PlatformServices SimPlatform::makeServices(const SimOptions& options) 
   services.files = std::make_shared<DatedFileManager>(documents_, services.calendarClock);
   services.propertyLists = std::make_shared<posix::PlistReader>();
   services.mainBundle = makeBundle(venue_.empty() ? "" : venue_ + "/bundle", *services.propertyLists);
-  services.libraryBundle = makeBundle(libraryBundle_, *services.propertyLists);
+  services.resourceBundle = makeBundle(resourceBundle_, *services.propertyLists);
   services.userDefaults =
       std::make_shared<posix::FileUserDefaults>(documents_ + std::string(kUserDefaultsFile), services.systemLog);
   services.device = std::make_shared<FixedDeviceIdentity>(options.device);

@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   auto* window = gtk_window_new();
   gtk_window_set_default_size(GTK_WINDOW(window), 800, 600);
 
-  auto platform = wayloom::gtk::makePlatform({.mainBundle = argv[1], .libraryBundle = MAP_PAGE, .documents = argv[2]});
+  auto platform = wayloom::gtk::makePlatform({.mainBundle = argv[1], .resourceBundle = MAP_PAGE, .documents = argv[2]});
   wayloom::TWLManager manager(*platform);
   wayloom::TWLMapView view(*platform);
   view.setLocationManager(&manager);

@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
   if (argc != 3) return 2;
   auto loop = std::make_shared<wayloom::posix::MainLoop>();
   auto platform = wayloom::posix::makePlatform(
-      {.mainBundle = argv[1], .libraryBundle = MAP_PAGE, .documents = argv[2], .loop = loop});
+      {.mainBundle = argv[1], .resourceBundle = MAP_PAGE, .documents = argv[2], .loop = loop});
   Dot dot;
   wayloom::TWLManager manager(*platform, &dot);
   manager.updateMaps();

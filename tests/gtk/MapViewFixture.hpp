@@ -55,7 +55,7 @@ struct GtkMapViewTest : testing::Test {
     const auto loop = std::make_shared<posix::MainLoop>();
     location = std::make_shared<platform::RangerLocationServices>(*loop, clock);
     auto services = makeServices({.mainBundle = folder.path() + "/bundle",
-                                  .libraryBundle = WAYLOOM_RESOURCES,
+                                  .resourceBundle = WAYLOOM_RESOURCES,
                                   .documents = folder.path() + "/documents",
                                   .loop = loop,
                                   .location = location,

@@ -26,7 +26,7 @@ TEST(PosixPlatform, WorksAsAWholeAndAcrossRestarts) {
     const auto loop = std::make_shared<MainLoop>();
     const auto platform = makePlatform({.mainBundle = "bundle", .documents = "documents", .loop = loop});
     EXPECT_EQ(platform->mainBundle().infoDictionary(), platform::Json({{"K", true}}));
-    EXPECT_TRUE(platform->libraryBundle().pathForResource("map", "html")) << "those of the build folder";
+    EXPECT_TRUE(platform->resourceBundle().pathForResource("map", "html")) << "those of the build folder";
     EXPECT_FALSE(platform->files().writeFileAtomically(directory / "documents/x", "x"));
     EXPECT_EQ(platform->userDefaults().integerForKey("runs"), run);
     platform->userDefaults().setInteger("runs", run + 1);

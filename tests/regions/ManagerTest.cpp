@@ -63,7 +63,7 @@ class Manager : public testing::Test, protected ManagerWorld {
 TEST_F(Manager, NeedsAUsageDescription) {
   world.mainBundle->info = Json::object();
   EXPECT_NO_THROW(makeManager()) << "the library's bundle has one";
-  world.libraryBundle->info = Json::object();
+  world.resourceBundle->info = Json::object();
   try {
     makeManager();
     FAIL() << "nothing was thrown";

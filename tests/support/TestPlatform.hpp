@@ -19,7 +19,7 @@ struct TestPlatform {
         systemLog(std::make_shared<RecordingLog>()),
         files(std::make_shared<MemoryFiles>(time.calendarClock())),
         mainBundle(std::make_shared<MemoryBundle>(files, "/app")),
-        libraryBundle(std::make_shared<MemoryBundle>(files, "/library")),
+        resourceBundle(std::make_shared<MemoryBundle>(files, "/library")),
         defaults(std::make_shared<MemoryDefaults>()),
         http(std::make_shared<ScriptedHttp>()),
         location(std::make_shared<platform::RangerLocationServices>(*time.scheduler(), *time.monotonicClock())),
@@ -39,7 +39,7 @@ struct TestPlatform {
             .files = files,
             .propertyLists = std::make_shared<JsonPropertyLists>(files),
             .mainBundle = mainBundle,
-            .libraryBundle = libraryBundle,
+            .resourceBundle = resourceBundle,
             .userDefaults = defaults,
             .device = std::make_shared<FixedDevice>(),
             .http = http,
@@ -52,8 +52,8 @@ struct TestPlatform {
   std::shared_ptr<RecordingLog> console;
   std::shared_ptr<RecordingLog> systemLog;
   std::shared_ptr<MemoryFiles> files;
-  std::shared_ptr<MemoryBundle> mainBundle;     // "/app"
-  std::shared_ptr<MemoryBundle> libraryBundle;  // "/library"
+  std::shared_ptr<MemoryBundle> mainBundle;      // "/app"
+  std::shared_ptr<MemoryBundle> resourceBundle;  // "/library"
   std::shared_ptr<MemoryDefaults> defaults;
   std::shared_ptr<ScriptedHttp> http;
   std::shared_ptr<platform::RangerLocationServices> location;

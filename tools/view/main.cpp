@@ -144,7 +144,7 @@ int viewRecording(const Options& options) {
   sim::ReplayOptions replay;
   replay.venue = options.venue;
   replay.documents = options.documents;
-  replay.libraryBundle = posix::libraryResources();
+  replay.resourceBundle = posix::libraryResources();
   replay.decorate = [](platform::PlatformServices& services) {
     services.widgets = std::make_shared<gtk::GtkWidgetFactory>();
   };

@@ -43,7 +43,7 @@ struct PlatformServices {
   std::shared_ptr<FileManager> files;
   std::shared_ptr<PropertyListReader> propertyLists;
   std::shared_ptr<Bundle> mainBundle;
-  std::shared_ptr<Bundle> libraryBundle;
+  std::shared_ptr<Bundle> resourceBundle;
   std::shared_ptr<UserDefaults> userDefaults;
   std::shared_ptr<DeviceIdentity> device;
   std::shared_ptr<HttpClient> http;
@@ -68,7 +68,7 @@ class Platform {
   FileManager& files() { return *services_.files; }
   const PropertyListReader& propertyLists() const { return *services_.propertyLists; }
   const Bundle& mainBundle() const { return *services_.mainBundle; }
-  const Bundle& libraryBundle() const { return *services_.libraryBundle; }
+  const Bundle& resourceBundle() const { return *services_.resourceBundle; }
   UserDefaults& userDefaults() { return *services_.userDefaults; }
   const DeviceIdentity& device() const { return *services_.device; }
   HttpClient& http() { return *services_.http; }

@@ -16,10 +16,10 @@ namespace wayloom::posix {
 
 // Directories may be relative to the working directory.
 struct PlatformOptions {
-  std::string mainBundle = {};     // the host's resources: property lists, the built-in map document, map images
-  std::string libraryBundle = {};  // the library's own resources, the map page; empty: see LibraryResources.hpp
-  std::string documents = {};      // what the library keeps: made when it is missing
-  std::string settings = {};       // user defaults and the device identifier; empty: ".settings" in `documents`
+  std::string mainBundle = {};      // the host's resources: property lists, the built-in map document, map images
+  std::string resourceBundle = {};  // the library's own resources, the map page; empty: see LibraryResources.hpp
+  std::string documents = {};       // what the library keeps: made when it is missing
+  std::string settings = {};        // user defaults and the device identifier; empty: ".settings" in `documents`
   CurlHttpOptions http = {};
   std::shared_ptr<MainLoop> loop = {};  // empty: one of its own, which services.tasks then holds
   // What hears beacons, usually a RangerLocationServices that is made on `loop` and fed by a radio; empty: nothing

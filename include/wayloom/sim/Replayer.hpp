@@ -55,8 +55,8 @@ class ReplayListener {
 
 struct ReplayOptions {
   std::string venue;
-  std::string libraryBundle{};  // as in SimOptions
-  std::string documents{};      // as in SimOptions
+  std::string resourceBundle{};  // as in SimOptions
+  std::string documents{};       // as in SimOptions
   // Compare the beacons' own distances instead of the platform's accuracies.
   bool useOwnDistance = false;
   bool explainElections = false;

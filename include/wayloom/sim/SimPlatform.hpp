@@ -22,13 +22,15 @@
 
 namespace wayloom::sim {
 
+class FreshFolder;
+
 enum class LogChannel { engine, system };
 
 struct SimOptions {
   // Folder with bundle/ and server/. Empty: a host without resources and without servers.
   std::string venue{};
   // Folder of the library's own resources; may be empty.
-  std::string libraryBundle{};
+  std::string resourceBundle{};
   // Where files are kept, user defaults among them: two worlds one after the other over one folder are a restart.
   // Empty: a fresh folder, removed with the world.
   std::string documents{};
@@ -67,18 +69,16 @@ class SimPlatform {
 
   // Absolute paths, without a trailing slash; empty when there is none.
   const std::string& venue() const { return venue_; }
-  const std::string& libraryBundle() const { return libraryBundle_; }
+  const std::string& resourceBundle() const { return resourceBundle_; }
   const std::string& documents() const { return documents_; }
 
  private:
-  class FreshFolder;
-
   platform::PlatformServices makeServices(const SimOptions& options);
 
   VirtualTime time_;
   std::unique_ptr<FreshFolder> freshFolder_;
   std::string venue_;
-  std::string libraryBundle_;
+  std::string resourceBundle_;
   std::string documents_;
   std::shared_ptr<platform::RangerLocationServices> location_;
   std::shared_ptr<SimBluetooth> bluetooth_;
