@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "wayloom/platform/BeaconRanger.hpp"
+#include "wayloom/ranging/BeaconRanger.hpp"
 
 namespace {
 

@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "wayloom/analytics/TGFAnalytics.hpp"
-#include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 #include "wayloom/regions/TGFAPIDeserializer.hpp"
 #include "wayloom/regions/TGFManager.hpp"
 #include "wayloom/status/TPLStatusDatabase.hpp"

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "tools/FaultRules.hpp"
+#include "tools/serve/FaultRules.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using wayloom::tools::FaultRules;

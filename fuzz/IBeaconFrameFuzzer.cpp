@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <span>
 
-#include "wayloom/platform/BeaconRanger.hpp"
-#include "wayloom/platform/SignalEstimator.hpp"
+#include "wayloom/ranging/BeaconRanger.hpp"
+#include "wayloom/ranging/SignalEstimator.hpp"
 
 namespace {
 

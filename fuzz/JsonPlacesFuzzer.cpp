@@ -8,7 +8,7 @@
 
 #include "wayloom/platform/JsonParser.hpp"
 
-#include "tools/JsonPlaces.hpp"
+#include "tools/check/JsonPlaces.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "wayloom/platform/Url.hpp"
 
-#include "maps/PageText.hpp"
+#include "view/PageText.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   using namespace wayloom;

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "wayloom/maps/TWLConfig.hpp"
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/Platform.hpp"
-#include "wayloom/positioning/TWLConfig.hpp"
 
 #include "maps/HttpDate.hpp"
 #include "maps/MapUpdate.hpp"

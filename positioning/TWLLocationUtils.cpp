@@ -1,24 +1,16 @@
 #include "wayloom/positioning/TWLLocationUtils.hpp"
 
-#include <cmath>
 #include <utility>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 
+#include "maps/Geodesy.hpp"
 #include "positioning/FixAge.hpp"
 
 namespace wayloom {
 namespace {
-
-// WGS 84, metres.
-constexpr double kEquatorialRadius = 6378137.0;
-constexpr double kPolarRadius = 6356752.3142;
-// Length of a degree of latitude, metres: constant, cos 2 phi and cos 4 phi terms.
-constexpr double kLatitudeTerm0 = 111132.954;
-constexpr double kLatitudeTerm2 = -559.822;
-constexpr double kLatitudeTerm4 = 1.175;
 
 constexpr double kBeaconUncertaintyFactor = 2.0;
 constexpr std::int64_t kFallbackFixAge = 180;  // seconds; a fix this old is not used
@@ -51,15 +43,9 @@ std::shared_ptr<TWLMapLocation> TWLLocationUtils::currentMapLocation(platform::P
   return fix ? locationOfFix(platform, *fix) : nullptr;
 }
 
-double TWLLocationUtils::longitudinalLengthForLatitude(double latitude) {
-  const double reduced = std::atan(kPolarRadius / kEquatorialRadius * std::tan(latitude * kRadiansPerDegree));
-  return kEquatorialRadius * std::cos(reduced) * kRadiansPerDegree;
-}
+double TWLLocationUtils::longitudinalLengthForLatitude(double latitude) { return metresPerDegreeOfLongitude(latitude); }
 
-double TWLLocationUtils::latitudinalLengthForLatitude(double latitude) {
-  const double phi = latitude * kRadiansPerDegree;
-  return kLatitudeTerm0 + kLatitudeTerm2 * std::cos(2.0 * phi) + kLatitudeTerm4 * std::cos(4.0 * phi);
-}
+double TWLLocationUtils::latitudinalLengthForLatitude(double latitude) { return metresPerDegreeOfLatitude(latitude); }
 
 Point TWLLocationUtils::rotateCoordinateWithRotation(Point point, double degrees) {
   return AxisRotation(degrees).apply(point);

@@ -2,11 +2,11 @@
 
 #include <utility>
 
+#include "wayloom/maps/TWLConfig.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/maps/TWLUpdateManager.hpp"
 #include "wayloom/platform/CLLocationManager.hpp"
 #include "wayloom/platform/Platform.hpp"
-#include "wayloom/positioning/TWLConfig.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 #include "wayloom/positioning/TWLLocationUtils.hpp"
 

@@ -1,6 +1,6 @@
 #include <string>
 
-#include "tools/Command.hpp"
+#include "tools/common/Command.hpp"
 
 namespace wayloom::tools {
 namespace {

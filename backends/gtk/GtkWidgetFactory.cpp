@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "wayloom/maps/TWLMapView.hpp"
+#include "wayloom/view/TWLMapView.hpp"
 
 #include "backends/gtk/GraphicsProcessor.hpp"
 #include "backends/gtk/GtkAlert.hpp"

@@ -1,6 +1,5 @@
 #include "wayloom/posix/PosixPlatform.hpp"
 
-#include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/posix/DirectoryBundle.hpp"
 #include "wayloom/posix/FileDeviceIdentity.hpp"
 #include "wayloom/posix/FileUserDefaults.hpp"
@@ -10,6 +9,7 @@
 #include "wayloom/posix/PosixClocks.hpp"
 #include "wayloom/posix/PosixFileManager.hpp"
 #include "wayloom/posix/StreamLogSink.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 
 namespace wayloom::posix {
 namespace {

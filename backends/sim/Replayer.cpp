@@ -4,8 +4,8 @@
 
 #include "wayloom/analytics/TGFAnalyticsEvent.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
-#include "wayloom/maps/TWLMapView.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
+#include "wayloom/view/TWLMapView.hpp"
 
 #include "backends/sim/TellingManager.hpp"
 

@@ -7,8 +7,8 @@
 
 #include "wayloom/gtk/GtkPlatform.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
-#include "wayloom/maps/TWLMapView.hpp"
 #include "wayloom/positioning/TWLManager.hpp"
+#include "wayloom/view/TWLMapView.hpp"
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;

@@ -8,10 +8,10 @@
 
 #include "wayloom/gtk/GtkPlatform.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
-#include "wayloom/maps/TWLMapView.hpp"
-#include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/positioning/TWLManager.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 #include "wayloom/sim/CallbackLogSink.hpp"
+#include "wayloom/view/TWLMapView.hpp"
 
 #include "tests/gtk/Screen.hpp"
 #include "tests/sim/SimVenue.hpp"

@@ -16,8 +16,8 @@
 #include "tests/killed/Numbered.hpp"
 #include "tests/sim/SimVenue.hpp"
 #include "tests/support/ChildProcess.hpp"
-#include "tools/BundleWriter.hpp"
-#include "tools/DevelopmentServer.hpp"
+#include "tools/serve/BundleWriter.hpp"
+#include "tools/serve/DevelopmentServer.hpp"
 
 namespace wayloom {
 namespace {

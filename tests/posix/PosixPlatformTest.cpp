@@ -3,9 +3,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
-#include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 
 #include "tests/posix/TemporaryDirectory.hpp"
 

@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/posix/MainLoop.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 #include "wayloom/regions/TGFManager.hpp"
 
 #include "tests/support/TestPlatform.hpp"

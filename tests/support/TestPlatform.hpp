@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "wayloom/platform/RangerLocationServices.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 #include "wayloom/sim/SimWidgets.hpp"
 #include "wayloom/sim/VirtualTime.hpp"
 

@@ -18,7 +18,7 @@
 #include "backends/posix/FileDescriptor.hpp"
 #include "tests/sim/SimVenue.hpp"
 #include "tests/support/ServeProcess.hpp"
-#include "tools/DevelopmentServer.hpp"
+#include "tools/serve/DevelopmentServer.hpp"
 
 namespace wayloom::tools {
 namespace {

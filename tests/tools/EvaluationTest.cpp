@@ -1,8 +1,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
-#include "tools/Evaluation.hpp"
-#include "tools/EvaluationReport.hpp"
+#include "tools/evaluate/Evaluation.hpp"
+#include "tools/evaluate/EvaluationReport.hpp"
 
 namespace wayloom::tools {
 namespace {

@@ -17,7 +17,7 @@
 #include "tests/sim/SimVenue.hpp"
 #include "tests/support/ServeProcess.hpp"
 #include "tests/support/Shell.hpp"
-#include "tools/JsonPlaces.hpp"
+#include "tools/check/JsonPlaces.hpp"
 
 namespace wayloom::tools {
 namespace {

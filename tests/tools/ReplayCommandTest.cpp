@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "wayloom/maps/Geometry.hpp"
 #include "wayloom/platform/Json.hpp"
-#include "wayloom/positioning/Geometry.hpp"
 
 #include "tests/sim/SimVenue.hpp"
 #include "tests/support/Shell.hpp"

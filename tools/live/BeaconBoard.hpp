@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "wayloom/linux/BluezScanner.hpp"
-#include "wayloom/platform/SignalEstimator.hpp"
+#include "wayloom/ranging/SignalEstimator.hpp"
 
 namespace wayloom::tools {
 

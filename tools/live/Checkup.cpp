@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <fstream>
 
-#include "tools/VenuePlans.hpp"
+#include "tools/common/VenuePlans.hpp"
 
 namespace wayloom::tools {
 namespace {

@@ -7,10 +7,10 @@
 
 #include "wayloom/linux/GeoClueFixes.hpp"
 #include "wayloom/linux/RadioStatus.hpp"
+#include "wayloom/maps/TWLConfig.hpp"
 #include "wayloom/platform/HttpClient.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/platform/Time.hpp"
-#include "wayloom/positioning/TWLConfig.hpp"
 
 #include "tools/live/KitNames.hpp"
 

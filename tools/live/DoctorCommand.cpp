@@ -9,7 +9,7 @@
 #include "wayloom/posix/PosixClocks.hpp"
 
 #include "backends/sim/JsonText.hpp"
-#include "tools/Command.hpp"
+#include "tools/common/Command.hpp"
 #include "tools/live/Checkup.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "tools/VenuePlans.hpp"
+#include "tools/common/VenuePlans.hpp"
 
 namespace wayloom::tools {
 

@@ -6,7 +6,7 @@
 #include "wayloom/linux/BluezScanner.hpp"
 #include "wayloom/linux/GeoClueFixes.hpp"
 
-#include "tools/CommandLine.hpp"
+#include "tools/common/CommandLine.hpp"
 
 namespace wayloom::tools {
 

@@ -12,7 +12,7 @@
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/posix/StreamLogSink.hpp"
 
-#include "tools/Command.hpp"
+#include "tools/common/Command.hpp"
 #include "tools/live/KitNames.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"

@@ -14,9 +14,9 @@
 #include "wayloom/sim/VenueHttpServer.hpp"
 
 #include "backends/sim/TellingManager.hpp"
-#include "tools/Command.hpp"
-#include "tools/DocumentsFolder.hpp"
-#include "tools/EngineOptions.hpp"
+#include "tools/common/Command.hpp"
+#include "tools/common/DocumentsFolder.hpp"
+#include "tools/common/EngineOptions.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"
 

@@ -8,7 +8,7 @@
 #include "wayloom/posix/PosixClocks.hpp"
 
 #include "backends/sim/JsonText.hpp"
-#include "tools/Command.hpp"
+#include "tools/common/Command.hpp"
 #include "tools/live/BeaconBoard.hpp"
 #include "tools/live/KitNames.hpp"
 #include "tools/live/LiveLoop.hpp"

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "wayloom/maps/TWLMapView.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/positioning/TWLManager.hpp"
+#include "wayloom/view/TWLMapView.hpp"
 
 namespace wayloom::tools {
 

@@ -14,8 +14,8 @@
 #include "wayloom/regions/MissingUsageDescription.hpp"
 #include "wayloom/sim/VenueHttpServer.hpp"
 
-#include "tools/CommandLine.hpp"
-#include "tools/DocumentsFolder.hpp"
+#include "tools/common/CommandLine.hpp"
+#include "tools/common/DocumentsFolder.hpp"
 #include "tools/view/LiveServices.hpp"
 #include "tools/view/MapWindow.hpp"
 #include "tools/view/RecordingPlayer.hpp"

@@ -16,9 +16,9 @@
 #include <string>
 
 #include "wayloom/linux/RadioStatus.hpp"
-#include "wayloom/platform/IBeaconFrame.hpp"
 #include "wayloom/platform/Tasks.hpp"
 #include "wayloom/platform/Time.hpp"
+#include "wayloom/ranging/IBeaconFrame.hpp"
 
 namespace wayloom::linux_ {
 

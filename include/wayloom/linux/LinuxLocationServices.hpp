@@ -8,7 +8,7 @@
 #include "wayloom/linux/RadioStatus.hpp"
 #include "wayloom/platform/CBCentralManager.hpp"
 #include "wayloom/platform/LogSink.hpp"
-#include "wayloom/platform/RangerLocationServices.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 
 namespace wayloom::linux_ {
 

@@ -5,8 +5,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "wayloom/positioning/MapProjection.hpp"
-#include "wayloom/positioning/TWLMapConfig.hpp"
+#include "wayloom/maps/MapProjection.hpp"
+#include "wayloom/maps/TWLMapConfig.hpp"
 
 namespace wayloom {
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "wayloom/maps/Geometry.hpp"
+#include "wayloom/maps/TWLMapLocation.hpp"
 #include "wayloom/platform/CLLocation.hpp"
-#include "wayloom/positioning/Geometry.hpp"
-#include "wayloom/positioning/TWLMapLocation.hpp"
 
 namespace wayloom {
 
@@ -30,7 +30,7 @@ class TWLLocationUtils {
   // Metres in a degree of longitude: a cos(beta) pi/180 with the reduced latitude beta of the WGS 84 ellipsoid.
   // Latitude in degrees, -90 to 90.
   static double longitudinalLengthForLatitude(double latitude);
-  // Metres in a degree of latitude: the first terms of the series of the WGS 84 meridian, good to about a millimetre.
+  // Metres in a degree of latitude: the first terms of the series of the WGS 84 meridian.
   static double latitudinalLengthForLatitude(double latitude);
 
   // Turns the axes clockwise by the angle, in a frame whose y points north.

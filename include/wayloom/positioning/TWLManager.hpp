@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "wayloom/maps/TWLMapLocation.hpp"
 #include "wayloom/platform/CLLocationManagerDelegate.hpp"
 #include "wayloom/positioning/TWLManagerDelegate.hpp"
-#include "wayloom/positioning/TWLMapLocation.hpp"
 #include "wayloom/regions/TGFManager.hpp"
 #include "wayloom/regions/TGFManagerDelegate.hpp"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "wayloom/positioning/TWLMapLocation.hpp"
+#include "wayloom/maps/TWLMapLocation.hpp"
 
 namespace wayloom {
 

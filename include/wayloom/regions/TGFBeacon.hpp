@@ -8,8 +8,8 @@
 
 #include "wayloom/platform/CLBeacon.hpp"
 #include "wayloom/platform/Time.hpp"
-#include "wayloom/positioning/SignalMeasurementList.hpp"
 #include "wayloom/regions/BeaconConstraint.hpp"
+#include "wayloom/regions/SignalMeasurementList.hpp"
 #include "wayloom/regions/TGFRegion.hpp"
 
 namespace wayloom::platform {

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "wayloom/platform/CLLocation.hpp"
-#include "wayloom/platform/IBeaconFrame.hpp"
+#include "wayloom/ranging/IBeaconFrame.hpp"
 #include "wayloom/sim/RadioWorld.hpp"
 #include "wayloom/sim/WalkPath.hpp"
 

@@ -8,9 +8,9 @@
 #include "wayloom/platform/CLBeacon.hpp"
 #include "wayloom/platform/CLLocationManagerDelegate.hpp"
 #include "wayloom/platform/CLRegion.hpp"
-#include "wayloom/platform/IBeaconFrame.hpp"
 #include "wayloom/platform/Json.hpp"
 #include "wayloom/platform/Time.hpp"
+#include "wayloom/ranging/IBeaconFrame.hpp"
 
 namespace wayloom::sim {
 

@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "wayloom/platform/Platform.hpp"
-#include "wayloom/platform/RangerLocationServices.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 #include "wayloom/sim/SimBluetooth.hpp"
 #include "wayloom/sim/SimWidgets.hpp"
 #include "wayloom/sim/VenueHttpServer.hpp"

@@ -12,9 +12,9 @@
 
 #include "wayloom/analytics/TGFAnalytics.hpp"
 #include "wayloom/analytics/TGFAnalyticsEvent.hpp"
-#include "wayloom/platform/RangerLocationServices.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
 #include "wayloom/posix/PosixPlatform.hpp"
+#include "wayloom/ranging/RangerLocationServices.hpp"
 #include "wayloom/regions/TGFManager.hpp"
 
 namespace {

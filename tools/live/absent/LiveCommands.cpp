@@ -1,5 +1,5 @@
 // The live commands of a build without a radio: they say so.
-#include "tools/Command.hpp"
+#include "tools/common/Command.hpp"
 
 namespace wayloom::tools {
 namespace {

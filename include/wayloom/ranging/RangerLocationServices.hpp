@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "wayloom/platform/LocationServices.hpp"
+#include "wayloom/platform/Tasks.hpp"
+#include "wayloom/platform/Time.hpp"
+#include "wayloom/ranging/IBeaconFrame.hpp"
+
+namespace wayloom::platform {
+
+// What the location managers that update locations want between them; a radio for fixes need not do more. Circles that
+// are monitored want fixes, too, and all of them.
+struct FixRequest {
+  double desiredAccuracy = kCLLocationAccuracyBestForNavigation;  // metres, the most demanding
+  double distanceFilter = 0.0;                                    // metres, the smallest
+
+  bool operator==(const FixRequest&) const = default;
+};
+
+// Location services on top of the beacon ranger: what every backend whose radio delivers raw frames shares. It keeps
+// the application's monitored and ranged regions, drives the ranger once a second on the main queue from the first
+// frame on, and calls every location manager's delegate.
+//
+// Location managers may be used from any thread (the sets change at once, the ranger follows on the main queue in the
+// same order). Everything below the constructor is for the main thread, and calls the delegates before it returns,
+// except that a tick delivers one region's ranging a main-queue task, so that what one ranging sets off on other queues
+// can run before the next.
+class RangerLocationServices : public LocationServices {
+ public:
+  RangerLocationServices(TaskScheduler& tasks, const MonotonicClock& clock);
+  ~RangerLocationServices() override;
+
+  std::unique_ptr<CLLocationManager> makeLocationManager() override;
+  CLAuthorizationStatus authorizationStatus() const override;
+  std::optional<bool> isMonitoringAvailable() const override;
+  bool regionMonitoringAvailable() const override;
+
+  // One received frame, now or at an earlier moment of the clock. Denied or restricted authorisation drops it.
+  void receive(const IBeaconFrame& frame);
+  void receive(const IBeaconFrame& frame, MonotonicTime receivedAt);
+  // One fix of a receiver, as it comes. It may enter and leave monitored circles; each manager that updates locations
+  // is told it when it lies beyond the manager's distance filter, or when the manager has been told none for a minute
+  // (so that who stands still does not grow old). One that can't be (coordinates out of range, an accuracy that is no
+  // positive number) is dropped.
+  void receiveFix(const CLLocation& fix);
+  // Whether the scanner hears anything at present (initially true). While it does not, silence ends no region.
+  void setScanning(bool scanning);
+  // How long a region must be silent before it counts as left; default 30 s.
+  void setExitSilence(Duration silence);
+
+  // What a platform, or a recording of one, reports by itself; handed to the delegates as it is.
+  void deliverRanging(std::span<const CLBeacon> beacons, const CLBeaconRegionPtr& region);
+  void deliverFix(const CLLocation& fix);
+  void deliverEnter(const CLRegionPtr& region);
+  void deliverExit(const CLRegionPtr& region);
+  void deliverState(CLRegionState state, const CLRegionPtr& region);
+  void deliverFailure(const Error& error);
+  void setAuthorizationStatus(CLAuthorizationStatus status);  // tells the delegates when it changes
+  void setMonitoringAvailable(bool available);
+
+  // Called after each ranging and each fix, when all delegates have had it.
+  void setDeliveryObserver(std::function<void()> observer);
+  // Called on the main queue when what the managers want changes: nothing once no manager updates locations. A
+  // manager's requests never hold back a fix that is delivered all the same.
+  void setFixRequestObserver(std::function<void(const std::optional<FixRequest>&)> observer);
+  // Called on the main queue with whether any beacon region is ranged or monitored, when that changes (initially it is
+  // not): a radio may rest meanwhile.
+  void setBeaconRequestObserver(std::function<void(bool)> observer);
+
+ private:
+  struct State;
+  class Manager;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace wayloom::platform
