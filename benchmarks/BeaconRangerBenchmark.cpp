@@ -9,6 +9,7 @@
 namespace {
 
 using namespace wayloom::platform;
+using namespace wayloom::ranging;
 using namespace std::chrono_literals;
 
 constexpr int kBeacons = 50;

@@ -279,8 +279,8 @@ class Engine {
   Folder folder_;
   std::shared_ptr<posix::MainLoop> loop_ = std::make_shared<posix::MainLoop>();
   posix::PosixMonotonicClock clock_;
-  std::shared_ptr<platform::RangerLocationServices> location_ =
-      std::make_shared<platform::RangerLocationServices>(*loop_, clock_);
+  std::shared_ptr<ranging::RangerLocationServices> location_ =
+      std::make_shared<ranging::RangerLocationServices>(*loop_, clock_);
   std::unique_ptr<platform::Platform> platform_;
   std::unique_ptr<TGFManager> manager_;
   std::unique_ptr<TPLStatusManager> status_;

@@ -58,7 +58,7 @@ linux_::DeviceUpdate newsIn(Input& input) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   Input input(bytes, size);
   linux_::DeviceTable table(kCapacity);
-  std::map<std::string, platform::IBeaconFrame> sent;  // by each device, last
+  std::map<std::string, ranging::IBeaconFrame> sent;  // by each device, last
   platform::MonotonicTime now;
   while (!input.isEmpty()) {
     const auto path = pathOf(input);

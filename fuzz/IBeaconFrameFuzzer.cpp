@@ -10,6 +10,7 @@
 namespace {
 
 using namespace wayloom::platform;
+using namespace wayloom::ranging;
 
 class Checker : public BeaconRangerDelegate {
  public:

@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const sim::WalkPath path(*walk, ground, [](const std::string&) { return 0.0; });
   if (world && isShort(path, *world))
     sim::simulateRadio(*world, path, ground, 1,
-                       {.frame = [](double, const platform::IBeaconFrame&, const sim::RadioBeacon&) {},
+                       {.frame = [](double, const ranging::IBeaconFrame&, const sim::RadioBeacon&) {},
                         .fix = [](double, const platform::CLLocationCoordinate2D&, double) {},
                         .truth = [](double, const sim::MapPoint&) {}});
   return 0;

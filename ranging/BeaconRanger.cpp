@@ -11,7 +11,18 @@
 #include "ranging/BeaconTable.hpp"
 #include "ranging/RegionWatchList.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
+namespace {
+
+using platform::CLBeacon;
+using platform::CLBeaconRegion;
+using platform::CLBeaconRegionPtr;
+using platform::CLRegionState;
+using platform::Duration;
+using platform::MonotonicTime;
+
+}  // namespace
+
 class BeaconRanger::Core {
  public:
   Core(BeaconRangerDelegate& delegate, const BeaconRangerOptions& options)
@@ -253,4 +264,4 @@ bool BeaconRanger::deliverNextRanging() { return core_->deliverNextRanging(); }
 
 std::size_t BeaconRanger::beaconCount() const { return core_->beaconCount(); }
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -3,7 +3,13 @@
 #include <algorithm>
 #include <utility>
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
+namespace {
+
+using platform::BeaconIdentity;
+using platform::MonotonicTime;
+
+}  // namespace
 
 BeaconTable::BeaconTable(std::size_t capacity) : capacity_(std::max<std::size_t>(capacity, 1)) {}
 
@@ -80,4 +86,4 @@ void BeaconTable::unlink(std::uint32_t slot) {
   (beacon.older == kNone ? list.oldest : slots_[beacon.older].newer) = beacon.newer;
 }
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -9,12 +9,12 @@
 #include "wayloom/platform/CLBeacon.hpp"
 #include "wayloom/ranging/SignalEstimator.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 struct TrackedBeacon {
-  BeaconIdentity identity;
+  platform::BeaconIdentity identity;
   SignalEstimator signal;
-  MonotonicTime heard;
+  platform::MonotonicTime heard;
   int power = 0;            // dBm at one metre, as the last frame claimed
   int rssiSum = 0;          // dBm, of the frames since the last tick
   int frames = 0;           // since the last tick
@@ -31,15 +31,15 @@ class BeaconTable {
  public:
   explicit BeaconTable(std::size_t capacity);
 
-  TrackedBeacon* find(const BeaconIdentity& identity);
+  TrackedBeacon* find(const platform::BeaconIdentity& identity);
 
   // The identity must not be in the table. Evicts when full.
-  TrackedBeacon& insert(const BeaconIdentity& identity);
+  TrackedBeacon& insert(const platform::BeaconIdentity& identity);
 
   // Marks a beacon as heard at `now` and as the newest of its list.
-  void touch(TrackedBeacon& beacon, MonotonicTime now);
+  void touch(TrackedBeacon& beacon, platform::MonotonicTime now);
 
-  void eraseHeardBefore(MonotonicTime limit);
+  void eraseHeardBefore(platform::MonotonicTime limit);
 
   template <class Predicate>
   void eraseIf(Predicate predicate) {
@@ -75,10 +75,10 @@ class BeaconTable {
   std::size_t capacity_;
   std::vector<TrackedBeacon> slots_;
   std::vector<std::uint32_t> free_;
-  std::unordered_map<BeaconIdentity, std::uint32_t> index_;
-  std::vector<std::unordered_map<BeaconIdentity, std::uint32_t>::node_type> spareNodes_;
+  std::unordered_map<platform::BeaconIdentity, std::uint32_t> index_;
+  std::vector<std::unordered_map<platform::BeaconIdentity, std::uint32_t>::node_type> spareNodes_;
   List heardOnce_;
   List heardTwice_;
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

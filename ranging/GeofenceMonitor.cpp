@@ -5,8 +5,14 @@
 #include <numbers>
 #include <utility>
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
+
+using platform::CLCircularRegion;
+using platform::CLLocation;
+using platform::CLLocationCoordinate2D;
+using platform::CLRegionState;
+using platform::MonotonicTime;
 
 constexpr double kEarthRadius = 6371008.8;  // mean radius (IUGG), metres
 constexpr double kRadians = std::numbers::pi / 180.0;
@@ -97,4 +103,4 @@ std::vector<GeofenceNews> GeofenceMonitor::receive(const CLLocation& fix, Monoto
   return news;
 }
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -10,16 +10,16 @@
 #include "wayloom/platform/CLLocationManagerDelegate.hpp"
 #include "wayloom/platform/Time.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
-using CLCircularRegionPtr = std::shared_ptr<const CLCircularRegion>;
+using CLCircularRegionPtr = std::shared_ptr<const platform::CLCircularRegion>;
 
 // What a fix changed, or what somebody asked for and can be told now.
 struct GeofenceNews {
   enum class Kind : std::uint8_t { entered, exited, state };
   Kind kind;
   CLCircularRegionPtr region;
-  CLRegionState state = CLRegionState::unknown;  // for Kind::state
+  platform::CLRegionState state = platform::CLRegionState::unknown;  // for Kind::state
 };
 
 // A fix tells the device's place to within its accuracy, a radius that holds it with about 68 %. It speaks for inside
@@ -33,7 +33,7 @@ struct GeofenceNews {
 // So somebody who stands on the edge is told once at most. Belongs to one queue.
 class GeofenceMonitor {
  public:
-  static constexpr Duration kDwell = std::chrono::seconds(10);
+  static constexpr platform::Duration kDwell = std::chrono::seconds(10);
 
   void start(CLCircularRegionPtr region);
   // One that is started again unchanged before the next fix goes on as it was.
@@ -41,24 +41,25 @@ class GeofenceMonitor {
   // The state, now if it is known, and otherwise with the fix that decides it.
   std::optional<GeofenceNews> requestState(const std::string& identifier);
 
-  std::vector<GeofenceNews> receive(const CLLocation& fix, MonotonicTime now);
+  std::vector<GeofenceNews> receive(const platform::CLLocation& fix, platform::MonotonicTime now);
 
  private:
   struct Watch {
     CLCircularRegionPtr region;
     bool isActive = true;
     bool isAsked = false;
-    CLRegionState state = CLRegionState::unknown;
-    std::optional<MonotonicTime> changingSince{};  // the first of the fixes in a row that speak for the other side
+    platform::CLRegionState state = platform::CLRegionState::unknown;
+    std::optional<platform::MonotonicTime>
+        changingSince{};  // the first of the fixes in a row that speak for the other side
   };
 
   Watch* find(const std::string& identifier);
-  static CLRegionState decide(Watch& watch, const CLLocation& fix, MonotonicTime now);
+  static platform::CLRegionState decide(Watch& watch, const platform::CLLocation& fix, platform::MonotonicTime now);
 
   std::vector<Watch> watches_;
 };
 
 // Great-circle distance in metres.
-double metresBetween(const CLLocationCoordinate2D& a, const CLLocationCoordinate2D& b);
+double metresBetween(const platform::CLLocationCoordinate2D& a, const platform::CLLocationCoordinate2D& b);
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
+
+using platform::UUID;
 
 constexpr std::uint16_t kCompany = 0x004C;
 constexpr std::uint8_t kType = 0x02;
@@ -31,4 +33,4 @@ std::optional<IBeaconFrame> IBeaconFrame::parse(std::uint16_t company, std::span
                       .power = static_cast<std::int8_t>(data[kPowerOffset])};
 }
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -12,8 +12,26 @@
 
 #include "ranging/GeofenceMonitor.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
+
+using platform::CLAuthorizationStatus;
+using platform::CLBeacon;
+using platform::CLBeaconRegion;
+using platform::CLBeaconRegionPtr;
+using platform::CLCircularRegion;
+using platform::CLLocation;
+using platform::CLLocationManager;
+using platform::CLLocationManagerDelegate;
+using platform::CLRegionPtr;
+using platform::CLRegionState;
+using platform::Duration;
+using platform::Error;
+using platform::MonotonicClock;
+using platform::MonotonicTime;
+using platform::TaskScheduler;
+using platform::TaskScope;
+using platform::Timer;
 
 constexpr Duration kLateTick = std::chrono::seconds(3);
 // Fixes are told at least this often, however near they are to one another.
@@ -501,4 +519,4 @@ void RangerLocationServices::setBeaconRequestObserver(std::function<void(bool)> 
       observer ? std::make_shared<const std::function<void(bool)>>(std::move(observer)) : nullptr;
 }
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -8,17 +8,17 @@
 
 #include "wayloom/platform/CLBeaconRegion.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 // Holds an Entry* for each region; the entries belong to the caller.
 template <class Entry>
 class RegionIndex {
  public:
-  void add(const CLBeaconRegion& region, Entry* entry) {
+  void add(const platform::CLBeaconRegion& region, Entry* entry) {
     groups_[region.proximityUUID()][keyOf(region.major(), region.minor())].push_back(entry);
   }
 
-  void remove(const CLBeaconRegion& region, Entry* entry) {
+  void remove(const platform::CLBeaconRegion& region, Entry* entry) {
     const auto group = groups_.find(region.proximityUUID());
     if (group == groups_.end()) return;
     const auto key = keyOf(region.major(), region.minor());
@@ -30,7 +30,7 @@ class RegionIndex {
   // Calls `visit` for the regions of the UUID alone, then those with a major, those with a minor, and those with both,
   // each in the order of addition. `visit` must not change the index. True when there was any.
   template <class Visit>
-  bool forEachMatch(const BeaconIdentity& beacon, Visit visit) const {
+  bool forEachMatch(const platform::BeaconIdentity& beacon, Visit visit) const {
     const auto group = groups_.find(beacon.uuid);
     if (group == groups_.end()) return false;
     bool any = false;
@@ -44,7 +44,7 @@ class RegionIndex {
     return any;
   }
 
-  bool matches(const BeaconIdentity& beacon) const {
+  bool matches(const platform::BeaconIdentity& beacon) const {
     return forEachMatch(beacon, [](const Entry&) {});
   }
 
@@ -57,7 +57,7 @@ class RegionIndex {
            (static_cast<Key>(major.value_or(0)) << 16U) | minor.value_or(0);
   }
 
-  std::unordered_map<UUID, std::unordered_map<Key, std::vector<Entry*>>> groups_;
+  std::unordered_map<platform::UUID, std::unordered_map<Key, std::vector<Entry*>>> groups_;
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -10,25 +10,25 @@
 
 #include "ranging/RegionIndex.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 // A region registered for ranging or for monitoring. Stopped ones stay until the next tick, in case they come back.
 struct RegionWatch {
-  CLBeaconRegionPtr region;
+  platform::CLBeaconRegionPtr region;
   std::uint64_t sequence = 0;  // order of registration
   bool active = true;
 
-  CLRegionState state = CLRegionState::unknown;  // monitoring only, as is the next
-  MonotonicTime quietSince;                      // last heard, or registered
+  platform::CLRegionState state = platform::CLRegionState::unknown;  // monitoring only, as is the next
+  platform::MonotonicTime quietSince;                                // last heard, or registered
 
-  std::vector<CLBeacon> report;  // ranging only: the last tick's beacons, nearest first
+  std::vector<platform::CLBeacon> report;  // ranging only: the last tick's beacons, nearest first
 };
 
 // The registrations of one kind.
 class RegionWatchList {
  public:
   // The watch now registered, and whether it is a new one rather than one resumed.
-  std::pair<RegionWatch*, bool> start(CLBeaconRegionPtr region) {
+  std::pair<RegionWatch*, bool> start(platform::CLBeaconRegionPtr region) {
     auto* watch = find(region->identifier());
     if (watch != nullptr && !sameBeacons(*watch->region, *region)) {
       watch->active = false;
@@ -67,7 +67,7 @@ class RegionWatchList {
   const std::vector<std::unique_ptr<RegionWatch>>& all() const { return watches_; }
 
  private:
-  static bool sameBeacons(const CLBeaconRegion& a, const CLBeaconRegion& b) {
+  static bool sameBeacons(const platform::CLBeaconRegion& a, const platform::CLBeaconRegion& b) {
     return a.proximityUUID() == b.proximityUUID() && a.major() == b.major() && a.minor() == b.minor();
   }
 
@@ -83,4 +83,4 @@ class RegionWatchList {
   std::uint64_t sequence_ = 0;
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <cmath>
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
+
+using platform::CLProximity;
+using platform::MonotonicTime;
+using platform::secondsOf;
 
 constexpr double kPeakVariance = SignalEstimator::kPeakDeviation * SignalEstimator::kPeakDeviation;
 
@@ -55,4 +59,4 @@ CLProximity SignalEstimator::proximity(double metres) {
   return metres <= 3.0 ? CLProximity::near : CLProximity::far;
 }
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -12,13 +12,13 @@ constexpr std::size_t kAddressText = 17;  // "D3_AD_13_A2_01_0E"
 }  // namespace
 
 void DeviceUpdate::setRssi(int value) {
-  if (platform::isMeasuredRssi(value)) rssi = value;
+  if (ranging::isMeasuredRssi(value)) rssi = value;
 }
 
 void DeviceUpdate::addManufacturerData(std::uint16_t company, std::span<const std::uint8_t> data) {
   if (company != kBeaconCompany) return;
   mentionsData = true;
-  beacon = platform::IBeaconFrame::parse(company, data, 0);
+  beacon = ranging::IBeaconFrame::parse(company, data, 0);
 }
 
 DeviceAddress addressInPath(std::string_view path) {

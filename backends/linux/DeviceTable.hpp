@@ -18,8 +18,8 @@ namespace wayloom::linux_ {
 struct DeviceUpdate {
   std::optional<int> rssi;  // a measurement, -127 to -1 dBm
   bool rssiGone = false;
-  bool mentionsData = false;                       // manufacturer data of the beacons' company
-  std::optional<platform::IBeaconFrame> beacon{};  // that data, when it is an iBeacon frame; its rssi means nothing
+  bool mentionsData = false;                      // manufacturer data of the beacons' company
+  std::optional<ranging::IBeaconFrame> beacon{};  // that data, when it is an iBeacon frame; its rssi means nothing
 
   // 0, 127 and what else is no measurement counts for nothing.
   void setRssi(int value);
@@ -48,7 +48,7 @@ class DeviceTable {
   struct Device {
     std::string path;
     DeviceAddress address;
-    platform::IBeaconFrame frame;
+    ranging::IBeaconFrame frame;
     std::optional<int> rssi;
   };
   using Devices = std::list<Device>;  // the one heard last in front

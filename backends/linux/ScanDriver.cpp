@@ -12,7 +12,7 @@ namespace {
 using platform::Duration;
 
 constexpr std::size_t kMostDevices = 4096;
-constexpr auto kHearAll = std::int16_t{platform::kWeakestRssi};
+constexpr auto kHearAll = std::int16_t{ranging::kWeakestRssi};
 constexpr const char* kBusDriver = "org.freedesktop.DBus";
 constexpr const char* kBusDriverPath = "/org/freedesktop/DBus";
 constexpr std::string_view kPathPrefix = "/org/bluez/";

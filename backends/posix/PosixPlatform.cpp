@@ -35,7 +35,7 @@ void addBundles(PlatformServices& services, const PlatformOptions& options) {
 
 // Without a radio: regions can be registered but not monitored.
 std::shared_ptr<platform::LocationServices> silentLocationServices(const PlatformServices& services) {
-  auto location = std::make_shared<platform::RangerLocationServices>(*services.tasks, *services.monotonicClock);
+  auto location = std::make_shared<ranging::RangerLocationServices>(*services.tasks, *services.monotonicClock);
   location->setMonitoringAvailable(false);
   return location;
 }

@@ -71,7 +71,7 @@ platform::PlatformServices SimPlatform::makeServices(const SimOptions& options) 
   services.device = std::make_shared<FixedDeviceIdentity>(options.device);
   server_ = std::make_shared<VenueHttpServer>(services.tasks, services.files, venue_, *services.propertyLists);
   services.http = server_;
-  location_ = std::make_shared<platform::RangerLocationServices>(*services.tasks, *services.monotonicClock);
+  location_ = std::make_shared<ranging::RangerLocationServices>(*services.tasks, *services.monotonicClock);
   services.location = location_;
   bluetooth_ = std::make_shared<SimBluetooth>(services.tasks);
   services.bluetooth = bluetooth_;
@@ -85,7 +85,7 @@ void SimPlatform::setBluetoothState(CBCentralManagerState state) {
   location_->setScanning(state == CBCentralManagerState::poweredOn);
 }
 
-void SimPlatform::receive(const platform::IBeaconFrame& frame) {
+void SimPlatform::receive(const ranging::IBeaconFrame& frame) {
   if (bluetooth_->state() == CBCentralManagerState::poweredOn) location_->receive(frame);
 }
 

@@ -58,8 +58,8 @@ class ManagerStoresTest : public testing::Test {
   posix::RawServer server{[this](posix::RawServer& raw, int connection) { serve(raw, connection); }};
   std::shared_ptr<posix::MainLoop> loop = std::make_shared<posix::MainLoop>();
   posix::PosixMonotonicClock clock;
-  std::shared_ptr<platform::RangerLocationServices> location =
-      std::make_shared<platform::RangerLocationServices>(*loop, clock);
+  std::shared_ptr<ranging::RangerLocationServices> location =
+      std::make_shared<ranging::RangerLocationServices>(*loop, clock);
   std::unique_ptr<platform::Platform> platform;
   TGFAnalytics* analytics = nullptr;
 };

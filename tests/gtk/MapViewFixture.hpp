@@ -53,7 +53,7 @@ struct GtkMapViewTest : testing::Test {
     folder.write("bundle/map_config.json", kMaps);
     for (const char* name : {"bundle/hall.svg", "bundle/crop.svg"}) folder.write(name, kPlan);
     const auto loop = std::make_shared<posix::MainLoop>();
-    location = std::make_shared<platform::RangerLocationServices>(*loop, clock);
+    location = std::make_shared<ranging::RangerLocationServices>(*loop, clock);
     auto services = makeServices({.mainBundle = folder.path() + "/bundle",
                                   .resourceBundle = WAYLOOM_RESOURCES,
                                   .documents = folder.path() + "/documents",
@@ -148,7 +148,7 @@ struct GtkMapViewTest : testing::Test {
   sim::TestFolder folder;
   posix::PosixMonotonicClock clock;
   int settingsOpened = 0;
-  std::shared_ptr<platform::RangerLocationServices> location;
+  std::shared_ptr<ranging::RangerLocationServices> location;
   std::unique_ptr<platform::Platform> platform;
   std::unique_ptr<TWLManager> manager;
   std::shared_ptr<Witness> witness = std::make_shared<Witness>();

@@ -162,13 +162,13 @@ TEST_F(NavigationManagerTest, ListenersMayComeAndGoWhileTheyAreCalled) {
 }
 
 TEST_F(NavigationManagerTest, FallsBackOnFixes) {
-  std::vector<std::optional<platform::FixRequest>> requests;
+  std::vector<std::optional<ranging::FixRequest>> requests;
   world.location->setFixRequestObserver([&](const auto& request) { requests.push_back(request); });
   make(&delegate);
   EXPECT_THAT(requests, IsEmpty()) << "off at first";
   manager->startGeolocation();
   world.time.runReady();
-  EXPECT_EQ(requests.back(), (platform::FixRequest{platform::kCLLocationAccuracyBestForNavigation, 10.0}));
+  EXPECT_EQ(requests.back(), (ranging::FixRequest{platform::kCLLocationAccuracyBestForNavigation, 10.0}));
   fix(50.0002);
   EXPECT_THAT(told(), ElementsAre("delegate:hall"));
   EXPECT_NEAR(manager->currentMapLocation()->pixelCoords().y, 500.0 - 5.0 * 22.25, 0.1);

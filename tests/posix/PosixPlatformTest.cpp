@@ -54,7 +54,7 @@ TEST(PosixPlatform, WorksAsAWholeAndAcrossRestarts) {
 TEST(PosixPlatform, TakesTheHostsRadio) {
   const TemporaryDirectory directory;
   const auto services = makeServices({.mainBundle = directory.path(), .documents = directory.path()});
-  const auto radio = std::make_shared<platform::RangerLocationServices>(*services.tasks, *services.monotonicClock);
+  const auto radio = std::make_shared<ranging::RangerLocationServices>(*services.tasks, *services.monotonicClock);
   const auto platform =
       makePlatform({.mainBundle = directory.path(), .documents = directory.path(), .location = radio});
   EXPECT_EQ(&platform->location(), radio.get());

@@ -7,9 +7,10 @@
 
 #include "wayloom/ranging/BeaconRanger.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
 
+using namespace platform;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -339,4 +340,4 @@ TEST_F(BeaconRangerTest, AFloodOfIdentitiesNeitherGrowsNorPushesOutBeaconsThatKe
 }
 
 }  // namespace
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

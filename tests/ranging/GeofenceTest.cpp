@@ -11,9 +11,10 @@
 
 #include "tests/platform/HandDrivenTasks.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
 
+using namespace platform;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -146,4 +147,4 @@ TEST_F(Geofence, FixesAreFilteredByDistanceAndPlausibility) {
 }
 
 }  // namespace
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -11,9 +11,10 @@
 
 #include "tests/platform/HandDrivenTasks.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
 
+using namespace platform;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -235,4 +236,4 @@ TEST_F(RangerLocationServicesTest, PassesOnWhatThePlatformReportsByItself) {
 }
 
 }  // namespace
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

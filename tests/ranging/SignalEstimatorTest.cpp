@@ -4,9 +4,10 @@
 
 #include "wayloom/ranging/SignalEstimator.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 namespace {
 
+using namespace platform;
 using namespace std::chrono_literals;
 
 // A beacon whose frames come in one after the other at even intervals.
@@ -122,4 +123,4 @@ TEST(SignalEstimatorTest, DistancesArePhysicalAndBounded) {
 }
 
 }  // namespace
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

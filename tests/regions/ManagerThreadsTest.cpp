@@ -60,8 +60,8 @@ class ManagerThreads : public testing::Test {
   test::TestPlatform world;
   std::shared_ptr<posix::MainLoop> loop = std::make_shared<posix::MainLoop>();
   std::shared_ptr<posix::PosixMonotonicClock> clock = std::make_shared<posix::PosixMonotonicClock>();
-  std::shared_ptr<platform::RangerLocationServices> location =
-      std::make_shared<platform::RangerLocationServices>(*loop, *clock);
+  std::shared_ptr<ranging::RangerLocationServices> location =
+      std::make_shared<ranging::RangerLocationServices>(*loop, *clock);
   std::unique_ptr<platform::Platform> platform;
   platform::CLBeaconRegionPtr region = std::make_shared<const platform::CLBeaconRegion>(
       *platform::UUID::parse("5A0E1C9E-0000-4B7E-8000-000000000001"), std::nullopt, std::nullopt, "r");

@@ -157,7 +157,7 @@ Trace traceOf(const platform::Json& world, std::uint64_t seed, int minor) {
   Trace trace;
   simulateRadio(worldFrom(frame, world), path, frame, seed,
                 {.frame =
-                     [&](double t, const platform::IBeaconFrame& heard, const RadioBeacon&) {
+                     [&](double t, const ranging::IBeaconFrame& heard, const RadioBeacon&) {
                        if (heard.identity.minor == minor) trace.emplace_back(t, heard.rssi, 0.0, 0.0);
                      },
                  .fix = [&](double t, const platform::CLLocationCoordinate2D& c,

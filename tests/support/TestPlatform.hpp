@@ -22,7 +22,7 @@ struct TestPlatform {
         resourceBundle(std::make_shared<MemoryBundle>(files, "/library")),
         defaults(std::make_shared<MemoryDefaults>()),
         http(std::make_shared<ScriptedHttp>()),
-        location(std::make_shared<platform::RangerLocationServices>(*time.scheduler(), *time.monotonicClock())),
+        location(std::make_shared<ranging::RangerLocationServices>(*time.scheduler(), *time.monotonicClock())),
         widgets(std::make_shared<sim::SimWidgetFactory>(time.scheduler())),
         instance(std::make_unique<platform::Platform>(services())) {}
 
@@ -56,7 +56,7 @@ struct TestPlatform {
   std::shared_ptr<MemoryBundle> resourceBundle;  // "/library"
   std::shared_ptr<MemoryDefaults> defaults;
   std::shared_ptr<ScriptedHttp> http;
-  std::shared_ptr<platform::RangerLocationServices> location;
+  std::shared_ptr<ranging::RangerLocationServices> location;
   std::shared_ptr<sim::SimWidgetFactory> widgets;
   std::unique_ptr<platform::Platform> instance;
 };

@@ -378,7 +378,7 @@ TEST_F(MapViewTest, TracksWhileItIsInAWindow) {
   installMaps();
   show("hall");
   auto& container = dynamic_cast<sim::SimContainerView&>(view->view());
-  std::optional<platform::FixRequest> wanted;
+  std::optional<ranging::FixRequest> wanted;
   world.location->setFixRequestObserver([&](const auto& request) { wanted = request; });
   container.moveToWindow(false);
   fix(50.0003);
@@ -433,7 +433,7 @@ TEST(MapViewThreads, BackgroundWorkAndPositionsMeetTheView) {
   auto services = world.services();
   services.tasks = loop;
   services.widgets = std::make_shared<sim::SimWidgetFactory>(loop);
-  services.location = std::make_shared<platform::RangerLocationServices>(*loop, *services.monotonicClock);
+  services.location = std::make_shared<ranging::RangerLocationServices>(*loop, *services.monotonicClock);
   platform::Platform platform(services);
   auto& repo = TWLMapConfigRepo::sharedRepo(platform);
   repo.loadFromJSON(kMaps);

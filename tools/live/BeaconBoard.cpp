@@ -85,7 +85,7 @@ std::vector<BoardRow> BeaconBoard::rows(MonotonicTime now, BoardOrder order) {
     beacon.passTo(secondOf(now));
     const double level = beacon.signal.level(std::max(now, beacon.last.receivedAt));
     rows.push_back({identity, beacon.name, beacon.last.sender.text(), beacon.last.frame.power, level,
-                    platform::SignalEstimator::distance(level, beacon.last.frame.power), beacon.rate(now),
+                    ranging::SignalEstimator::distance(level, beacon.last.frame.power), beacon.rate(now),
                     std::max(0.0, platform::secondsOf(now - beacon.last.receivedAt))});
   }
   std::stable_sort(rows.begin(), rows.end(),

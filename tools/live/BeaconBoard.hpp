@@ -49,7 +49,7 @@ class BeaconBoard {
   struct Beacon {
     std::string name;
     linux_::BeaconReport last;
-    platform::SignalEstimator signal;
+    ranging::SignalEstimator signal;
     platform::MonotonicTime first;
     std::array<int, kSeconds + 1> counts{};
     std::int64_t second = 0;

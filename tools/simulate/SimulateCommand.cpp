@@ -113,7 +113,7 @@ class WalkRecorder {
   WalkRecorder(double start, sim::RecordingWriter& writer) : start_(start), writer_(writer) {}
 
   sim::RadioListener listener() {
-    return {.frame = [this](double t, const platform::IBeaconFrame& frame,
+    return {.frame = [this](double t, const ranging::IBeaconFrame& frame,
                             const sim::RadioBeacon& beacon) { record(t, frame, beacon); },
             .fix = [this](double t, const platform::CLLocationCoordinate2D& coordinate,
                           double accuracy) { record(t, coordinate, accuracy); },
@@ -128,7 +128,7 @@ class WalkRecorder {
     return event_;
   }
 
-  void record(double t, const platform::IBeaconFrame& frame, const sim::RadioBeacon& beacon) {
+  void record(double t, const ranging::IBeaconFrame& frame, const sim::RadioBeacon& beacon) {
     auto& event = begin(sim::RecordedType::advertisement, t);
     event.frame = frame;
     event.address = beacon.address;

@@ -45,7 +45,7 @@ struct DeviceAddress {
 
 // One frame as received. `frame.rssi` is a measurement: -127 to -1 dBm.
 struct BeaconReport {
-  platform::IBeaconFrame frame;
+  ranging::IBeaconFrame frame;
   platform::MonotonicTime receivedAt;  // of posix::PosixMonotonicClock
   DeviceAddress sender;
 };

@@ -24,7 +24,7 @@ namespace wayloom::linux_ {
 // It has no bearing on the authorisation status: beacons are heard without it.
 //
 // Made and destroyed on the main thread. The scheduler's main loop must be running for anything to be told.
-class LinuxLocationServices : public platform::RangerLocationServices {
+class LinuxLocationServices : public ranging::RangerLocationServices {
  public:
   LinuxLocationServices(const std::shared_ptr<platform::TaskScheduler>& tasks, std::shared_ptr<platform::LogSink> log,
                         BluezOptions bluez = {}, GeoClueOptions geoClue = {});

@@ -17,7 +17,7 @@
 #include "wayloom/platform/Time.hpp"
 #include "wayloom/ranging/IBeaconFrame.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 // What the ranger tells. Callbacks may start and stop regions, hand in frames and tick; they must not destroy the
 // ranger. Spans are valid during the call.
@@ -27,15 +27,15 @@ class BeaconRangerDelegate {
 
   // The beacons of the region heard within SignalEstimator::kMemory, nearest first; none is told as well. A beacon that
   // stayed silent since the last tick has RSSI 0 and an accuracy that has grown accordingly.
-  virtual void ranged(std::span<const CLBeacon> beacons, const CLBeaconRegionPtr& region) = 0;
-  virtual void entered(const CLBeaconRegionPtr& region) = 0;
-  virtual void exited(const CLBeaconRegionPtr& region) = 0;
-  virtual void determinedState(CLRegionState state, const CLBeaconRegionPtr& region) = 0;
+  virtual void ranged(std::span<const platform::CLBeacon> beacons, const platform::CLBeaconRegionPtr& region) = 0;
+  virtual void entered(const platform::CLBeaconRegionPtr& region) = 0;
+  virtual void exited(const platform::CLBeaconRegionPtr& region) = 0;
+  virtual void determinedState(platform::CLRegionState state, const platform::CLBeaconRegionPtr& region) = 0;
 };
 
 struct BeaconRangerOptions {
   // A monitored region that stayed silent this long is left.
-  Duration exitSilence = std::chrono::seconds(30);
+  platform::Duration exitSilence = std::chrono::seconds(30);
   // Beacons remembered at most. A newcomer to a full table takes the place of the beacon that was heard only once and
   // that longest ago; if each was heard twice, of the one silent for longest. So a flood of made-up identities in a
   // ranged region pushes out its own kind before any beacon that keeps sending.
@@ -53,37 +53,37 @@ struct BeaconRangerOptions {
 // afresh neither forgets a signal nor tells an entry twice.
 class BeaconRanger {
  public:
-  static constexpr Duration kTickInterval = std::chrono::seconds(1);
+  static constexpr platform::Duration kTickInterval = std::chrono::seconds(1);
 
   explicit BeaconRanger(BeaconRangerDelegate& delegate, BeaconRangerOptions options = {});
   ~BeaconRanger();
 
-  void startRanging(CLBeaconRegionPtr region);
-  void stopRanging(const CLBeaconRegionPtr& region);
-  void startMonitoring(CLBeaconRegionPtr region, MonotonicTime now);
-  void stopMonitoring(const CLBeaconRegionPtr& region);
+  void startRanging(platform::CLBeaconRegionPtr region);
+  void stopRanging(const platform::CLBeaconRegionPtr& region);
+  void startMonitoring(platform::CLBeaconRegionPtr region, platform::MonotonicTime now);
+  void stopMonitoring(const platform::CLBeaconRegionPtr& region);
 
   // Tells the state of a monitored region at once: inside once it was heard; outside after exitSilence of listening
   // without hearing it; unknown before, and for a region that is not monitored.
-  void requestState(const CLBeaconRegionPtr& region, MonotonicTime now);
+  void requestState(const platform::CLBeaconRegionPtr& region, platform::MonotonicTime now);
 
   // Takes in one frame and tells what it enters, unless notifyOnEntry is off. The first frame of all, wherever it
   // belongs, starts the ticking. A frame whose RSSI is no measurement (0 or more, or below -127) counts for nothing
   // else.
-  void receive(const IBeaconFrame& frame, MonotonicTime now);
+  void receive(const IBeaconFrame& frame, platform::MonotonicTime now);
 
   // Whether the radio listens (initially true). Silence counts only from the moment it began to: call with false and
   // true around a restart of the scanner.
-  void setScanning(bool scanning, MonotonicTime now);
+  void setScanning(bool scanning, platform::MonotonicTime now);
 
-  void setExitSilence(Duration silence);
+  void setExitSilence(platform::Duration silence);
 
   // When tick() is due next: whole seconds after the first frame. Nothing before that frame.
-  std::optional<MonotonicTime> nextTick() const;
+  std::optional<platform::MonotonicTime> nextTick() const;
 
   // Once due, tells the regions left (unless notifyOnExit is off) and makes up one ranging for each ranged region.
   // Ticks missed are skipped, as are rangings of the last tick not delivered yet. Before the due time it does nothing.
-  void tick(MonotonicTime now);
+  void tick(platform::MonotonicTime now);
 
   // Delivers one ranging of the last tick: the region with the nearest beacon first, regions without beacons last,
   // otherwise in the order of registration, so that what is nearest is never judged against what a later region still
@@ -98,4 +98,4 @@ class BeaconRanger {
   std::unique_ptr<Core> core_;
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -6,7 +6,7 @@
 
 #include "wayloom/platform/CLBeacon.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 // What a receiver can hear, dBm: 0 or more, and less than this, are no measurements.
 inline constexpr int kWeakestRssi = -127;
@@ -14,7 +14,7 @@ constexpr bool isMeasuredRssi(int rssi) { return rssi < 0 && rssi >= kWeakestRss
 
 // One received iBeacon advertisement.
 struct IBeaconFrame {
-  BeaconIdentity identity;
+  platform::BeaconIdentity identity;
   int rssi = 0;   // dBm as received, see isMeasuredRssi
   int power = 0;  // dBm at one metre, as the frame claims: -128 to 127
 
@@ -23,4 +23,4 @@ struct IBeaconFrame {
   static std::optional<IBeaconFrame> parse(std::uint16_t company, std::span<const std::uint8_t> data, int rssi);
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

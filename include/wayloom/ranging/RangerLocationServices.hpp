@@ -10,13 +10,13 @@
 #include "wayloom/platform/Time.hpp"
 #include "wayloom/ranging/IBeaconFrame.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 // What the location managers that update locations want between them; a radio for fixes need not do more. Circles that
 // are monitored want fixes, too, and all of them.
 struct FixRequest {
-  double desiredAccuracy = kCLLocationAccuracyBestForNavigation;  // metres, the most demanding
-  double distanceFilter = 0.0;                                    // metres, the smallest
+  double desiredAccuracy = platform::kCLLocationAccuracyBestForNavigation;  // metres, the most demanding
+  double distanceFilter = 0.0;                                              // metres, the smallest
 
   bool operator==(const FixRequest&) const = default;
 };
@@ -29,37 +29,37 @@ struct FixRequest {
 // same order). Everything below the constructor is for the main thread, and calls the delegates before it returns,
 // except that a tick delivers one region's ranging a main-queue task, so that what one ranging sets off on other queues
 // can run before the next.
-class RangerLocationServices : public LocationServices {
+class RangerLocationServices : public platform::LocationServices {
  public:
-  RangerLocationServices(TaskScheduler& tasks, const MonotonicClock& clock);
+  RangerLocationServices(platform::TaskScheduler& tasks, const platform::MonotonicClock& clock);
   ~RangerLocationServices() override;
 
-  std::unique_ptr<CLLocationManager> makeLocationManager() override;
-  CLAuthorizationStatus authorizationStatus() const override;
+  std::unique_ptr<platform::CLLocationManager> makeLocationManager() override;
+  platform::CLAuthorizationStatus authorizationStatus() const override;
   std::optional<bool> isMonitoringAvailable() const override;
   bool regionMonitoringAvailable() const override;
 
   // One received frame, now or at an earlier moment of the clock. Denied or restricted authorisation drops it.
   void receive(const IBeaconFrame& frame);
-  void receive(const IBeaconFrame& frame, MonotonicTime receivedAt);
+  void receive(const IBeaconFrame& frame, platform::MonotonicTime receivedAt);
   // One fix of a receiver, as it comes. It may enter and leave monitored circles; each manager that updates locations
   // is told it when it lies beyond the manager's distance filter, or when the manager has been told none for a minute
   // (so that who stands still does not grow old). One that can't be (coordinates out of range, an accuracy that is no
   // positive number) is dropped.
-  void receiveFix(const CLLocation& fix);
+  void receiveFix(const platform::CLLocation& fix);
   // Whether the scanner hears anything at present (initially true). While it does not, silence ends no region.
   void setScanning(bool scanning);
   // How long a region must be silent before it counts as left; default 30 s.
-  void setExitSilence(Duration silence);
+  void setExitSilence(platform::Duration silence);
 
   // What a platform, or a recording of one, reports by itself; handed to the delegates as it is.
-  void deliverRanging(std::span<const CLBeacon> beacons, const CLBeaconRegionPtr& region);
-  void deliverFix(const CLLocation& fix);
-  void deliverEnter(const CLRegionPtr& region);
-  void deliverExit(const CLRegionPtr& region);
-  void deliverState(CLRegionState state, const CLRegionPtr& region);
-  void deliverFailure(const Error& error);
-  void setAuthorizationStatus(CLAuthorizationStatus status);  // tells the delegates when it changes
+  void deliverRanging(std::span<const platform::CLBeacon> beacons, const platform::CLBeaconRegionPtr& region);
+  void deliverFix(const platform::CLLocation& fix);
+  void deliverEnter(const platform::CLRegionPtr& region);
+  void deliverExit(const platform::CLRegionPtr& region);
+  void deliverState(platform::CLRegionState state, const platform::CLRegionPtr& region);
+  void deliverFailure(const platform::Error& error);
+  void setAuthorizationStatus(platform::CLAuthorizationStatus status);  // tells the delegates when it changes
   void setMonitoringAvailable(bool available);
 
   // Called after each ranging and each fix, when all delegates have had it.
@@ -77,4 +77,4 @@ class RangerLocationServices : public LocationServices {
   std::shared_ptr<State> state_;
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

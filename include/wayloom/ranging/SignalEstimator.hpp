@@ -13,7 +13,7 @@
 #include "wayloom/platform/CLBeacon.hpp"
 #include "wayloom/platform/Time.hpp"
 
-namespace wayloom::platform {
+namespace wayloom::ranging {
 
 // One beacon's signal: 32 bytes, constant time a frame, no allocation. Not thread-safe. Times are those of receipt on
 // the monotonic clock; one that lies before an earlier one counts as the earlier one.
@@ -49,13 +49,13 @@ class SignalEstimator {
   static constexpr double kSilenceLoss = 0.5;
 
   // Silence after which nothing that was heard before says anything about now: a walker is 12 m on.
-  static constexpr Duration kMemory = std::chrono::seconds(10);
+  static constexpr platform::Duration kMemory = std::chrono::seconds(10);
 
   // Takes in one reading in dBm, -127 to -1.
-  void add(int rssi, MonotonicTime when);
+  void add(int rssi, platform::MonotonicTime when);
 
   // The level in dBm that the beacon is to be judged by now. Only after add().
-  double level(MonotonicTime now) const;
+  double level(platform::MonotonicTime now) const;
 
   // Distance in metres at which free space would give `level`, for a beacon of `power` dBm at one metre:
   // 10^((power - level) / 20) (Friis, Proceedings of the IRE 34, 1946), kept between kNearest and kFarthest. Indoors
@@ -71,15 +71,15 @@ class SignalEstimator {
   static constexpr int kTypicalPower = -59;
 
   // Up to 0.5 m immediate, up to 3 m near, then far; unknown for a negative distance.
-  static CLProximity proximity(double metres);
+  static platform::CLProximity proximity(double metres);
 
  private:
-  void startAfresh(int rssi, MonotonicTime when);
+  void startAfresh(int rssi, platform::MonotonicTime when);
 
   double level_ = 0.0;     // dBm
   double variance_ = 0.0;  // dB^2; 0 before the first reading
-  MonotonicTime heard_;
+  platform::MonotonicTime heard_;
   int deepFades_ = 0;  // in a row
 };
 
-}  // namespace wayloom::platform
+}  // namespace wayloom::ranging

@@ -12,7 +12,7 @@ namespace wayloom::sim {
 
 // What a walk through a radio world brings about, in time order. Times are seconds since the walk's start.
 struct RadioListener {
-  std::function<void(double t, const platform::IBeaconFrame&, const RadioBeacon&)> frame;
+  std::function<void(double t, const ranging::IBeaconFrame&, const RadioBeacon&)> frame;
   std::function<void(double t, const platform::CLLocationCoordinate2D&, double accuracy)> fix;  // accuracy in metres
   std::function<void(double t, const MapPoint&)> truth;                                         // once a second
 };

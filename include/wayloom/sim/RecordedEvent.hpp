@@ -47,8 +47,8 @@ struct RecordedEvent {
   double t = 0.0;               // seconds since 1970, as written; the header has none
   platform::CalendarTime time;  // the same, to the nanosecond
 
-  platform::IBeaconFrame frame;  // advertisement
-  std::string address;           // advertisement: of the sender; may be empty
+  ranging::IBeaconFrame frame;  // advertisement
+  std::string address;          // advertisement: of the sender; may be empty
 
   // ranging, enter, exit, state: a CLBeaconRegion when the line names a UUID. Lines that describe a region alike share
   // one object.

@@ -57,7 +57,7 @@ class SimPlatform {
   VirtualTime& time() { return time_; }
   const VirtualTime& time() const { return time_; }
   // Delivers what the radio and the platform report. Regions and positions may be delivered at any time.
-  platform::RangerLocationServices& location() { return *location_; }
+  ranging::RangerLocationServices& location() { return *location_; }
   VenueHttpServer& server() { return *server_; }
   // The screen, unless `decorate` has put another in its place.
   SimWidgetFactory& widgets() { return *widgets_; }
@@ -65,7 +65,7 @@ class SimPlatform {
   const SimBluetooth& bluetooth() const { return *bluetooth_; }
   // The scanner hears only while Bluetooth is on: frames go to receive(), which drops them while it is not.
   void setBluetoothState(platform::CBCentralManagerState state);
-  void receive(const platform::IBeaconFrame& frame);
+  void receive(const ranging::IBeaconFrame& frame);
 
   // Absolute paths, without a trailing slash; empty when there is none.
   const std::string& venue() const { return venue_; }
@@ -80,7 +80,7 @@ class SimPlatform {
   std::string venue_;
   std::string resourceBundle_;
   std::string documents_;
-  std::shared_ptr<platform::RangerLocationServices> location_;
+  std::shared_ptr<ranging::RangerLocationServices> location_;
   std::shared_ptr<SimBluetooth> bluetooth_;
   std::shared_ptr<VenueHttpServer> server_;
   std::shared_ptr<SimWidgetFactory> widgets_;

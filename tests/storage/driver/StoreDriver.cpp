@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 class Host {
  public:
   Host(const char* bundle, const char* documents) {
-    location_ = std::make_shared<platform::RangerLocationServices>(*loop_, clock_);
+    location_ = std::make_shared<ranging::RangerLocationServices>(*loop_, clock_);
     location_->setAuthorizationStatus(platform::CLAuthorizationStatus::authorizedAlways);
     platform_ =
         posix::makePlatform({.mainBundle = bundle, .documents = documents, .loop = loop_, .location = location_});
@@ -68,7 +68,7 @@ class Host {
  private:
   std::shared_ptr<posix::MainLoop> loop_ = std::make_shared<posix::MainLoop>();
   posix::PosixMonotonicClock clock_;
-  std::shared_ptr<platform::RangerLocationServices> location_;
+  std::shared_ptr<ranging::RangerLocationServices> location_;
   std::unique_ptr<platform::Platform> platform_;
   std::unique_ptr<TGFManager> manager_;
   TGFAnalytics* analytics_ = nullptr;
