@@ -13,10 +13,13 @@ using platform::UUID;
 
 constexpr std::size_t kLargestIdentity = 256;
 
-std::optional<UUID> readIdentifier(const std::string& path) {
-  const auto text = readRegularFile(path, kLargestIdentity);
-  return text ? UUID::parse(text->substr(0, text->find_last_not_of(" \r\n") + 1)) : std::nullopt;
+std::optional<UUID> parseIdentifier(const FileContent& content) {
+  const auto text = content.bytes.value_or("");
+  return UUID::parse(std::string_view(text).substr(0, text.find_last_not_of(" \r\n") + 1));
 }
+
+// Whether it was read, or is too long to be one: then it is malformed, and lost anyway.
+bool wasRead(const FileContent& content) { return content.bytes || content.error == EFBIG; }
 
 // RFC 4122, version 4, from the system's random source.
 UUID randomIdentifier() {
@@ -30,25 +33,30 @@ UUID randomIdentifier() {
 
 }  // namespace
 
-FileDeviceIdentity::FileDeviceIdentity(const std::string& file, platform::LogSink& log) {
+FileDeviceIdentity::FileDeviceIdentity(const std::string& file, platform::LogSink& log)
+    : identifier_(randomIdentifier()) {
   const auto path = absolutePath(file);
-  if (const auto stored = readIdentifier(path)) {
+  const auto text = identifier_.string() + "\n";
+  std::optional<platform::Error> error;
+  auto content = readContent(path, kLargestIdentity);
+  if (content.isMissing()) {
+    error = makeDirectories(directoryOf(path), Readers::ownerOnly);
+    if (!error) error = writeFileAsAWhole(path, text, Existing::isKept, Readers::ownerOnly);
+    if (!error) return;
+    // Another process was faster, perhaps.
+    if (error->code == EEXIST) content = readContent(path, kLargestIdentity);
+  }
+  if (const auto stored = parseIdentifier(content)) {
     identifier_ = *stored;
     return;
   }
-  identifier_ = randomIdentifier();
-  const auto text = identifier_.string() + "\n";
-  makeDirectories(path.substr(0, path.rfind('/') + 1));
-  auto error = writeFileAsAWhole(path, text, Existing::isKept);
-  if (error && error->code == EEXIST) {
-    if (const auto stored = readIdentifier(path)) {  // another process was faster
-      identifier_ = *stored;
-      return;
-    }
+  if (wasRead(content)) {
     log.write("Device identifier unreadable, replaced: " + path);
-    error = writeFileAsAWhole(path, text, Existing::isReplaced);
+    error = writeFileAsAWhole(path, text, Existing::isReplaced, Readers::ownerOnly);
+  } else if (!content.isMissing()) {
+    error = systemError(content.error, "cannot read", path);
   }
-  if (error) log.write("Device identifier not saved: " + error->description);
+  if (error) log.write("Device identifier holds for this run only: " + error->description);
 }
 
 }  // namespace wayloom::posix

@@ -29,7 +29,7 @@ bool statusOf(const std::string& path, struct stat& status) {
 
 PosixFileManager::PosixFileManager(const std::string& documentsDirectory)
     : documents_(absolutePath(documentsDirectory)) {
-  makeDirectories(documents_);
+  makeDirectories(documents_, Readers::ownerOnly);
 }
 
 std::optional<Error> PosixFileManager::refusal(const std::string& path) const {

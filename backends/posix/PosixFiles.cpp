@@ -18,7 +18,10 @@ namespace {
 
 using platform::Error;
 
-constexpr mode_t kFileMode = 0666;  // less what the process's mask takes away
+// Less what the process's mask takes away.
+constexpr mode_t kFileMode = 0666;
+constexpr mode_t kOwnersFileMode = 0600;
+constexpr mode_t kOwnersDirectoryMode = 0700;
 constexpr std::size_t kCopyBufferSize = 64U << 10U;
 
 template <class Call>
@@ -28,8 +31,8 @@ auto retried(Call call) {
   return result;
 }
 
-FileDescriptor openFile(const std::string& path, int flags) {
-  return FileDescriptor(retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, kFileMode); }));
+FileDescriptor openFile(const std::string& path, int flags, mode_t mode = kFileMode) {
+  return FileDescriptor(retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 bool writeAll(int descriptor, std::string_view bytes) {
@@ -44,12 +47,12 @@ bool writeAll(int descriptor, std::string_view bytes) {
 // A new file in the directory of `path`, under a name of its own. Removed again unless it was given its final name.
 class UnfinishedFile {
  public:
-  explicit UnfinishedFile(const std::string& path) {
+  explicit UnfinishedFile(const std::string& path, mode_t mode = kFileMode) {
     static std::atomic<unsigned> counter{0};
     const auto directory = path.substr(0, path.rfind('/') + 1);
     do {
       name_ = directory + std::string(kUnfinishedPrefix) + std::to_string(::getpid()) + '-' + std::to_string(++counter);
-      descriptor_ = openFile(name_, O_WRONLY | O_CREAT | O_EXCL);
+      descriptor_ = openFile(name_, O_WRONLY | O_CREAT | O_EXCL, mode);
     } while (!descriptor_ && errno == EEXIST);
   }
   ~UnfinishedFile() {
@@ -136,21 +139,26 @@ bool climbs(std::string_view path) {
   return false;
 }
 
-std::optional<std::string> readRegularFile(const std::string& path, std::size_t limit) {
-  if (!isUsablePath(path)) return std::nullopt;
+FileContent readContent(const std::string& path, std::size_t limit) {
+  if (!isUsablePath(path)) return {std::nullopt, EINVAL};
   struct stat status {};
   const auto file = openRegularFile(path, status);
-  if (!file || static_cast<std::size_t>(status.st_size) > limit) return std::nullopt;
+  if (!file) return {std::nullopt, errno};
+  if (static_cast<std::size_t>(status.st_size) > limit) return {std::nullopt, EFBIG};
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
   std::size_t length = 0;
   while (length < bytes.size()) {
     const auto count = retried([&] { return ::read(file.get(), bytes.data() + length, bytes.size() - length); });
-    if (count < 0) return std::nullopt;
+    if (count < 0) return {std::nullopt, errno};
     if (count == 0) break;  // somebody shortens it meanwhile
     length += static_cast<std::size_t>(count);
   }
   bytes.resize(length);
-  return bytes;
+  return {std::move(bytes), 0};
+}
+
+std::optional<std::string> readRegularFile(const std::string& path, std::size_t limit) {
+  return readContent(path, limit).bytes;
 }
 
 std::optional<Error> writeWholeFile(const std::string& path, std::string_view bytes) {
@@ -159,8 +167,9 @@ std::optional<Error> writeWholeFile(const std::string& path, std::string_view by
   return std::nullopt;
 }
 
-std::optional<Error> writeFileAsAWhole(const std::string& path, std::string_view bytes, Existing existing) {
-  UnfinishedFile file(path);
+std::optional<Error> writeFileAsAWhole(const std::string& path, std::string_view bytes, Existing existing,
+                                       Readers readers) {
+  UnfinishedFile file(path, readers == Readers::all ? kFileMode : kOwnersFileMode);
   // Without the sync a power cut could leave the name on an empty file.
   if (!file || !writeAll(file.descriptor(), bytes) || ::fdatasync(file.descriptor()) != 0)
     return systemError(errno, "cannot write", path);
@@ -191,11 +200,17 @@ std::optional<Error> moveRegularFile(const std::string& from, const std::string&
   return std::nullopt;
 }
 
-std::optional<Error> makeDirectories(const std::string& path) {
+std::optional<Error> makeDirectories(const std::string& path, Readers readers) {
+  const bool isOwners = readers == Readers::ownerOnly;
   std::error_code failure;
-  std::filesystem::create_directories(path, failure);
+  std::filesystem::create_directories(isOwners ? directoryOf(path) : path, failure);
+  if (!failure && isOwners && ::mkdir(path.c_str(), kOwnersDirectoryMode) != 0 &&
+      !(errno == EEXIST && std::filesystem::is_directory(path, failure)) && !failure)
+    failure.assign(errno, std::generic_category());
   if (failure) return systemError(failure.value(), "cannot create directory", path);
   return std::nullopt;
 }
+
+std::string directoryOf(const std::string& path) { return path.substr(0, std::max<std::size_t>(path.rfind('/'), 1)); }
 
 }  // namespace wayloom::posix

@@ -1,6 +1,7 @@
 // The file operations that the file manager, the user defaults and the device identity share. Any thread.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -25,7 +26,19 @@ bool climbs(std::string_view path);
 // Normalised, without a trailing slash; a relative path counts from the working directory.
 std::string absolutePath(const std::string& path);
 
-// The content of a regular file; nothing when it can't be read, is something else or is longer than `limit` bytes.
+// What reading a file gave: its bytes, or the system's number of the error that kept it from being read.
+struct FileContent {
+  std::optional<std::string> bytes;
+  int error = 0;
+
+  // There is none: an error that another attempt doesn't mend, and that leaves nothing to lose.
+  bool isMissing() const { return error == ENOENT || error == ENOTDIR; }
+};
+
+// Reads a regular file of at most `limit` bytes: a longer one is EFBIG, a directory EISDIR, anything else EINVAL.
+FileContent readContent(const std::string& path, std::size_t limit);
+
+// The same for those to whom one failure is like another.
 std::optional<std::string> readRegularFile(const std::string& path, std::size_t limit);
 
 std::optional<platform::Error> writeWholeFile(const std::string& path, std::string_view bytes);
@@ -33,14 +46,22 @@ std::optional<platform::Error> writeWholeFile(const std::string& path, std::stri
 // Whether a file that is at the destination already gives way.
 enum class Existing { isReplaced, isKept };
 
+// Who may read what is made, as far as the process's mask lets them.
+enum class Readers { all, ownerOnly };
+
 // Writes a file beside `path` to its end and onto the disk, then gives it that name. A kept file is error EEXIST.
-std::optional<platform::Error> writeFileAsAWhole(const std::string& path, std::string_view bytes, Existing existing);
+std::optional<platform::Error> writeFileAsAWhole(const std::string& path, std::string_view bytes, Existing existing,
+                                                 Readers readers = Readers::all);
 
 // Both fail with EEXIST when `to` exists. The copy has the original's modification date.
 std::optional<platform::Error> copyRegularFile(const std::string& from, const std::string& to);
 std::optional<platform::Error> moveRegularFile(const std::string& from, const std::string& to);
 
-// The directory and those above it; error when one can't be made.
-std::optional<platform::Error> makeDirectories(const std::string& path);
+// The directory and those above it; error when one can't be made. `readers` is about the directory alone, and not when
+// it was there.
+std::optional<platform::Error> makeDirectories(const std::string& path, Readers readers = Readers::all);
+
+// What is before the path's last "/"; the root of a name in it.
+std::string directoryOf(const std::string& path);
 
 }  // namespace wayloom::posix

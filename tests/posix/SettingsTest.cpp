@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 #include <mutex>
 #include <sstream>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
 #include "wayloom/posix/FileDeviceIdentity.hpp"
 #include "wayloom/posix/FileUserDefaults.hpp"
+#include "wayloom/posix/PosixFileManager.hpp"
 #include "wayloom/posix/StreamLogSink.hpp"
 
 #include "tests/posix/TemporaryDirectory.hpp"
@@ -116,7 +118,22 @@ TEST_F(SettingsTest, DeviceIdentifierIsMadeOnce) {
   EXPECT_THAT(log_->lines, ElementsAre(HasSubstr("replaced")));
   std::filesystem::create_directories(directory_ / "taken");
   EXPECT_NE(FileDeviceIdentity(directory_ / "taken", *log_).identifierForVendor(), platform::UUID());
-  EXPECT_THAT(log_->lines.back(), HasSubstr("not saved"));
+  EXPECT_THAT(log_->lines.back(), HasSubstr("holds for this run only: cannot read"));
+}
+
+TEST_F(SettingsTest, BelongsToItsOwnerAlone) {
+  const auto mode = [](const std::string& path) { return std::filesystem::status(path).permissions(); };
+  const auto mask = ::umask(0);
+  FileUserDefaults(path_, log_).setInteger("time", 1);
+  FileDeviceIdentity(directory_ / "settings/device", *log_);
+  const PosixFileManager files(directory_ / "deep/documents");
+  ::umask(mask);
+  using std::filesystem::perms;
+  EXPECT_EQ(mode(path_), perms::owner_read | perms::owner_write);
+  EXPECT_EQ(mode(directory_ / "settings/device"), perms::owner_read | perms::owner_write);
+  EXPECT_EQ(mode(directory_ / "settings"), perms::owner_all);
+  EXPECT_EQ(mode(files.documentsDirectory()), perms::owner_all);
+  EXPECT_EQ(mode(directory_ / "deep"), perms::all);
 }
 
 TEST_F(SettingsTest, LogLinesStayLines) {

@@ -10,12 +10,16 @@
 
 namespace wayloom::posix {
 
-// User defaults in one JSON file, an object. Values are kept in memory and written by synchronize(), atomically, and at
-// the latest by the destructor. One process a file: of two the last writer wins. A file that holds no JSON object is
-// told in the log and set aside as "<path>.corrupt"; the defaults then start empty.
+// User defaults in one JSON file, an object, that its owner alone may read. Values are kept in memory and written by
+// synchronize(), atomically, and at the latest by the destructor. One process a file: of two the last writer wins.
+//
+// A file that was read and holds no JSON object, or more than 16 MiB, is told in the log and set aside as
+// "<path>.corrupt"; the defaults then start empty. One that can't be read (no descriptor left, no permission, a fault
+// of the disk) stays as it is: every later call tries again, values set meanwhile go on top of those in the file, and
+// until then synchronize() fails.
 class FileUserDefaults : public platform::UserDefaults {
  public:
-  // The file's directory is made with the first write. `log` hears of corrupt and unwritable files.
+  // The file's directory is made with the first write, for its owner alone. `log` hears of what fails.
   FileUserDefaults(const std::string& path, std::shared_ptr<platform::LogSink> log);
   ~FileUserDefaults() override;
 
@@ -26,13 +30,16 @@ class FileUserDefaults : public platform::UserDefaults {
   bool synchronize() override;
 
  private:
-  void load();
-  void set(std::string_view key, platform::Json value);
+  // All with the lock, or in the constructor.
+  int load() const;
+  const platform::Json* find(std::string_view key) const;
+  void set(std::string_view key, platform::Json value);  // takes the lock
 
   const std::string path_;
   const std::shared_ptr<platform::LogSink> log_;
   mutable std::mutex mutex_;
-  platform::Json values_ = platform::Json::object();
+  mutable platform::Json values_ = platform::Json::object();
+  mutable bool loaded_ = false;
   bool changed_ = false;  // since the last write
 };
 

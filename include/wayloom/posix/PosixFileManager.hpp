@@ -11,8 +11,8 @@ namespace wayloom::posix {
 // before anything is touched, and so is one with a ".." in it. Errors have domain "POSIX" and the error number as code.
 class PosixFileManager : public platform::FileManager {
  public:
-  // Makes the directory, and those above it, when they are missing; a failure shows as errors of the operations. A
-  // relative path counts from the working directory of this moment.
+  // Makes the directory, for its owner alone, and those above it when they are missing; a failure shows as errors of
+  // the operations. A relative path counts from the working directory of this moment.
   explicit PosixFileManager(const std::string& documentsDirectory);
 
   std::string documentsDirectory() const override { return documents_; }
