@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "wayloom/ranging/BeaconRanger.hpp"
+#include "ranging/BeaconRanger.hpp"
 
 namespace {
 
@@ -54,7 +54,7 @@ void oneRegion(benchmark::State& state) {
   Sink sink;
   BeaconRanger ranger(sink);
   const auto all = std::make_shared<CLBeaconRegion>(kVenue, std::nullopt, std::nullopt, "all");
-  ranger.startRanging(all);
+  ranger.startRanging(all, {});
   ranger.startMonitoring(all, {});
   run(state, ranger, frames(kVenue));
 }
@@ -67,7 +67,7 @@ void manyRegions(benchmark::State& state) {
   for (int i = 0; i < state.range(0); ++i) {
     const auto one =
         std::make_shared<CLBeaconRegion>(kVenue, std::uint16_t{1}, static_cast<std::uint16_t>(i), std::to_string(i));
-    ranger.startRanging(one);
+    ranger.startRanging(one, {});
     ranger.startMonitoring(one, {});
   }
   run(state, ranger, frames(kVenue));
@@ -77,7 +77,7 @@ BENCHMARK(manyRegions)->Arg(50)->Arg(500);
 void foreignFrames(benchmark::State& state) {
   Sink sink;
   BeaconRanger ranger(sink);
-  ranger.startRanging(std::make_shared<CLBeaconRegion>(kVenue, std::nullopt, std::nullopt, "all"));
+  ranger.startRanging(std::make_shared<CLBeaconRegion>(kVenue, std::nullopt, std::nullopt, "all"), {});
   run(state, ranger, frames(kForeign));
 }
 BENCHMARK(foreignFrames);

@@ -4,8 +4,9 @@
 #include <cstdlib>
 #include <span>
 
-#include "wayloom/ranging/BeaconRanger.hpp"
 #include "wayloom/ranging/SignalEstimator.hpp"
+
+#include "ranging/BeaconRanger.hpp"
 
 namespace {
 
@@ -43,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     now += std::chrono::milliseconds(100) * data[1];
     if (frame) {
       ranger.startRanging(
-          std::make_shared<CLBeaconRegion>(frame->identity.uuid, frame->identity.major, std::nullopt, "major"));
+          std::make_shared<CLBeaconRegion>(frame->identity.uuid, frame->identity.major, std::nullopt, "major"), now);
       ranger.receive(*frame, now);
     }
     ranger.tick(now);

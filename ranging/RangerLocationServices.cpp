@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "wayloom/platform/TaskScope.hpp"
-#include "wayloom/ranging/BeaconRanger.hpp"
 
+#include "ranging/BeaconRanger.hpp"
 #include "ranging/GeofenceMonitor.hpp"
 
 namespace wayloom::ranging {
@@ -33,7 +33,6 @@ using platform::TaskScheduler;
 using platform::TaskScope;
 using platform::Timer;
 
-constexpr Duration kLateTick = std::chrono::seconds(3);
 // Fixes are told at least this often, however near they are to one another.
 constexpr Duration kLongestFixSilence = std::chrono::minutes(1);
 
@@ -157,22 +156,23 @@ struct RangerLocationServices::State : BeaconRangerDelegate, std::enable_shared_
   void receive(const IBeaconFrame& frame, MonotonicTime receivedAt) {
     if (!allowed()) return;
     ranger.receive(frame, receivedAt);
-    if (timer || closed()) return;
-    const auto now = clock.now();
-    const auto untilTick = std::max(ranger.nextTick().value_or(now) - now, Duration::zero());
+    if (!timer) keepTicking();
+  }
+
+  // The timer runs while there is something to range or to monitor, and something has been heard.
+  void keepTicking() {
+    const auto next = ranger.nextTick();
+    if (!next || closed()) return timer.reset();
+    if (timer) return;
+    const auto untilTick = std::max(*next - clock.now(), Duration::zero());
     timer = tasks.startTimer(tasks.mainQueue(), untilTick, BeaconRanger::kTickInterval, [weak = weak_from_this()] {
       if (const auto state = weak.lock()) state->tick();
     });
   }
 
   void tick() {
-    const auto now = clock.now();
-    // A process that was suspended or kept from running heard nothing meanwhile: its silence begins now.
-    if (const auto due = ranger.nextTick(); due && now - *due > kLateTick && scanning && allowed()) {
-      ranger.setScanning(false, now);
-      ranger.setScanning(true, now);
-    }
-    ranger.tick(now);
+    ranger.tick(clock.now());
+    keepTicking();
     if (!delivering) deliverNext();
   }
 
@@ -320,6 +320,7 @@ class RangerLocationServices::Manager : public CLLocationManager {
     state_->change(replace, [region](State& state) {
       if (const auto beacons = beaconRegion(region)) state.ranger.startMonitoring(beacons, state.clock.now());
       if (const auto circle = circularRegion(region)) state.geofences.start(circle);
+      state.keepTicking();
       state.updateBeaconRequest();
       state.updateFixRequest();
       state.tellDelegates(
@@ -361,7 +362,8 @@ class RangerLocationServices::Manager : public CLLocationManager {
       state_->rangedRegions.push_back(region);
     };
     state_->change(replace, [region](State& state) {
-      state.ranger.startRanging(region);
+      state.ranger.startRanging(region, state.clock.now());
+      state.keepTicking();
       state.updateBeaconRequest();
     });
   }

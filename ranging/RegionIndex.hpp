@@ -2,9 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <optional>
 #include <unordered_map>
-#include <vector>
 
 #include "wayloom/platform/CLBeaconRegion.hpp"
 
@@ -14,16 +14,19 @@ namespace wayloom::ranging {
 template <class Entry>
 class RegionIndex {
  public:
-  void add(const platform::CLBeaconRegion& region, Entry* entry) {
-    groups_[region.proximityUUID()][keyOf(region.major(), region.minor())].push_back(entry);
+  using Place = typename std::list<Entry*>::iterator;
+
+  // Where it is now, for remove().
+  Place add(const platform::CLBeaconRegion& region, Entry* entry) {
+    auto& entries = groups_[region.proximityUUID()][keyOf(region.major(), region.minor())];
+    return entries.insert(entries.end(), entry);
   }
 
-  void remove(const platform::CLBeaconRegion& region, Entry* entry) {
+  void remove(const platform::CLBeaconRegion& region, Place place) {
     const auto group = groups_.find(region.proximityUUID());
-    if (group == groups_.end()) return;
-    const auto key = keyOf(region.major(), region.minor());
-    std::erase(group->second[key], entry);
-    if (group->second[key].empty()) group->second.erase(key);
+    const auto entries = group->second.find(keyOf(region.major(), region.minor()));
+    entries->second.erase(place);
+    if (entries->second.empty()) group->second.erase(entries);
     if (group->second.empty()) groups_.erase(group);
   }
 
@@ -57,7 +60,7 @@ class RegionIndex {
            (static_cast<Key>(major.value_or(0)) << 16U) | minor.value_or(0);
   }
 
-  std::unordered_map<platform::UUID, std::unordered_map<Key, std::vector<Entry*>>> groups_;
+  std::unordered_map<platform::UUID, std::unordered_map<Key, std::list<Entry*>>> groups_;
 };
 
 }  // namespace wayloom::ranging

@@ -1,85 +1,110 @@
 // The regions that a ranger has been asked to range, or to monitor.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "ranging/IdentifiedList.hpp"
 #include "ranging/RegionIndex.hpp"
 
 namespace wayloom::ranging {
 
-// A region registered for ranging or for monitoring. Stopped ones stay until the next tick, in case they come back.
+// A region registered for ranging or for monitoring.
 struct RegionWatch {
   platform::CLBeaconRegionPtr region;
   std::uint64_t sequence = 0;  // order of registration
   bool active = true;
+  bool isForgotten = false;  // at the next sweep
+  RegionIndex<RegionWatch>::Place place{};
 
   platform::CLRegionState state = platform::CLRegionState::unknown;  // monitoring only, as is the next
-  platform::MonotonicTime quietSince;                                // last heard, or registered
+  platform::MonotonicTime quietSince;  // last heard, or registered; later by what the scanner missed meanwhile
 
   std::vector<platform::CLBeacon> report;  // ranging only: the last tick's beacons, nearest first
 };
 
-// The registrations of one kind.
+using RegionWatchPtr = std::shared_ptr<RegionWatch>;
+
+// The registrations of one kind. One that is stopped stays for a whole tick, inactive, in case it comes back.
 class RegionWatchList {
  public:
   // The watch now registered, and whether it is a new one rather than one resumed.
-  std::pair<RegionWatch*, bool> start(platform::CLBeaconRegionPtr region) {
-    auto* watch = find(region->identifier());
-    if (watch != nullptr && !sameBeacons(*watch->region, *region)) {
-      watch->active = false;
-      watch = nullptr;
+  std::pair<RegionWatch&, bool> start(platform::CLBeaconRegionPtr region) {
+    auto* known = watches_.find(region->identifier());
+    if (known != nullptr && !sameBeacons(*(*known)->region, *region)) {
+      drop(region->identifier());
+      known = nullptr;
     }
-    const bool isNew = watch == nullptr;
+    const bool isNew = known == nullptr;
     if (isNew) {
-      watch = watches_.emplace_back(std::make_unique<RegionWatch>()).get();
-      index_.add(*region, watch);
+      known = &watches_.append(region->identifier(), std::make_shared<RegionWatch>());
+      (*known)->place = index_.add(*region, known->get());
+    } else if (!(*known)->active) {
+      --stopped_;
     }
-    watch->region = std::move(region);
-    watch->sequence = ++sequence_;
-    watch->active = true;
+    auto& watch = **known;
+    watch.region = std::move(region);
+    watch.sequence = ++sequence_;
+    watch.active = true;
+    watch.isForgotten = false;
     return {watch, isNew};
   }
 
   void stop(const std::string& identifier) {
-    if (auto* watch = findActive(identifier)) watch->active = false;
+    auto* watch = findActive(identifier);
+    if (watch == nullptr) return;
+    watch->active = false;
+    ++stopped_;
+  }
+
+  void drop(const std::string& identifier) {
+    const auto watch = watches_.remove(identifier);
+    if (!watch) return;
+    index_.remove(*watch->region, watch->place);
+    if (!watch->active) --stopped_;
+    watch->active = false;
+    hasShrunk_ = true;
   }
 
   RegionWatch* findActive(const std::string& identifier) {
-    auto* watch = find(identifier);
-    return watch != nullptr && watch->active ? watch : nullptr;
+    auto* watch = watches_.find(identifier);
+    return watch != nullptr && (*watch)->active ? watch->get() : nullptr;
   }
 
-  // Whether anything was stopped.
+  // Forgets those that were stopped before the last sweep. Whether any region went since then.
   bool sweep() {
-    return std::erase_if(watches_, [this](const auto& watch) {
-             if (watch->active) return false;
-             index_.remove(*watch->region, watch.get());
-             return true;
-           }) > 0;
+    if (stopped_ > 0) {
+      watches_.eraseIf([this](const RegionWatchPtr& watch) {
+        if (watch->active || !std::exchange(watch->isForgotten, true)) return false;
+        index_.remove(*watch->region, watch->place);
+        --stopped_;
+        hasShrunk_ = true;
+        return true;
+      });
+    }
+    return std::exchange(hasShrunk_, false);
   }
 
+  bool empty() const { return watches_.empty(); }
   const RegionIndex<RegionWatch>& index() const { return index_; }
-  const std::vector<std::unique_ptr<RegionWatch>>& all() const { return watches_; }
+
+  template <class Visit>
+  void forEach(Visit visit) {
+    watches_.forEach(visit);
+  }
 
  private:
   static bool sameBeacons(const platform::CLBeaconRegion& a, const platform::CLBeaconRegion& b) {
     return a.proximityUUID() == b.proximityUUID() && a.major() == b.major() && a.minor() == b.minor();
   }
 
-  // The newest of this identifier: after a change of its beacons the old one is still there, stopped.
-  RegionWatch* find(const std::string& identifier) {
-    const auto found = std::find_if(watches_.rbegin(), watches_.rend(),
-                                    [&](const auto& watch) { return watch->region->identifier() == identifier; });
-    return found == watches_.rend() ? nullptr : found->get();
-  }
-
-  std::vector<std::unique_ptr<RegionWatch>> watches_;
+  IdentifiedList<RegionWatchPtr> watches_;
   RegionIndex<RegionWatch> index_;
+  std::size_t stopped_ = 0;
+  bool hasShrunk_ = false;
   std::uint64_t sequence_ = 0;
 };
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "wayloom/ranging/BeaconRanger.hpp"
+#include "ranging/BeaconRanger.hpp"
 
 namespace wayloom::ranging {
 namespace {
@@ -107,7 +107,7 @@ TEST(IBeaconFrameTest, ParsesOnlyWholeFramesOfItsKind) {
 }
 
 TEST_F(BeaconRangerTest, TicksOnceASecondFromTheFirstFrameAndSkipsWhatItMissed) {
-  ranger.startRanging(region("all"));
+  ranger.startRanging(region("all"), now);
   EXPECT_FALSE(ranger.nextTick());
   tick();
   EXPECT_THAT(rangings, IsEmpty());
@@ -141,11 +141,11 @@ TEST_F(BeaconRangerTest, TicksOnceASecondFromTheFirstFrameAndSkipsWhatItMissed) 
 }
 
 TEST_F(BeaconRangerTest, EachRegionGetsItsBeaconsNearestFirst) {
-  ranger.startRanging(region("silent", 9));
-  ranger.startRanging(region("far", 2, 1));
-  ranger.startRanging(region("all"));
-  ranger.startRanging(region("second minor", {}, 2));
-  ranger.startRanging(region("foreign", 1, {}, kForeign));
+  ranger.startRanging(region("silent", 9), now);
+  ranger.startRanging(region("far", 2, 1), now);
+  ranger.startRanging(region("all"), now);
+  ranger.startRanging(region("second minor", {}, 2), now);
+  ranger.startRanging(region("foreign", 1, {}, kForeign), now);
   hear(2, 1, -80);
   hear(1, 1, -75);
   hear(1, 2, -60);
@@ -170,7 +170,7 @@ TEST_F(BeaconRangerTest, EachRegionGetsItsBeaconsNearestFirst) {
 }
 
 TEST_F(BeaconRangerTest, ABeaconThatMissesSecondsGrowsFainterAndGoesAfterItsMemory) {
-  ranger.startRanging(region("all"));
+  ranger.startRanging(region("all"), now);
   hear(1, 1);
   double accuracy = 0.0;
   for (int second = 1; second <= 10; ++second) {
@@ -229,24 +229,109 @@ TEST_F(BeaconRangerTest, SilenceWhileTheScannerIsDeafEndsNoRegion) {
   pass(20s);
   ranger.setScanning(false, now);
   pass(1h);
+  ranger.startMonitoring(region("new", 2), now);
+  pass(1h);
   ranger.setScanning(true, now);
   pass(29s);
+  ranger.requestState(region("new", 2), now);
+  EXPECT_THAT(takeEvents(), ElementsAre("enter all", "state 0 new"));
+  pass(1s);
+  ranger.requestState(region("new", 2), now);
+  EXPECT_THAT(takeEvents(), ElementsAre("exit all", "state 2 new"));
+
+  // A hiccup takes back no more than its length, and a late tick is a hiccup of the process.
+  hear(1, 1);
+  pass(20s);
+  ranger.setScanning(false, now);
+  pass(2s);
+  ranger.setScanning(true, now);
+  pass(6s);
+  now += 5s;
+  tick();
+  pass(8s);
   EXPECT_THAT(takeEvents(), ElementsAre("enter all"));
   pass(1s);
   EXPECT_THAT(takeEvents(), ElementsAre("exit all"));
 }
 
+// What else is in the air while somebody stands at a beacon for ten minutes and then leaves it.
+struct Air {
+  const char* name;
+  int strangers = 0;
+  Duration strangersEvery = 1h;
+  Duration heardEvery = 300ms;  // by a controller that filters duplicates, once a window
+  Duration restartEvery = 1h;   // of the scan,
+  Duration deaf = 0s;           // which takes so long
+};
+
+class SilenceInAir : public BeaconRangerTest, public testing::WithParamInterface<Air> {};
+
+TEST_P(SilenceInAir, RegionIsLeftHalfAMinuteAfterItsLastFrameAndNotBefore) {
+  const auto& air = GetParam();
+  ranger.startMonitoring(region("all"), now);
+  ranger.startMonitoring(region("other", 7), now);
+  ranger.startRanging(region("all"), now);
+  const auto start = now;
+  auto lastFrame = now;
+  std::optional<MonotonicTime> left;
+  const auto isDue = [&](Duration every) { return (now - start) % every == 0s; };
+  for (; now - start < 15min; pass(100ms)) {
+    if (air.deaf > 0s && isDue(air.restartEvery)) ranger.setScanning(false, now);
+    if ((now - start) % air.restartEvery == air.deaf) ranger.setScanning(true, now);
+    for (int i = 0; i < air.strangers; ++i)
+      if ((now - start) % air.strangersEvery == (i * 300ms) % air.strangersEvery)
+        hear(2, static_cast<std::uint16_t>(i), -80, kForeign);
+    if (now - start < 10min && isDue(air.heardEvery)) {
+      hear(1, 1);
+      lastFrame = now;
+    }
+    if (!left && !events.empty() && events.back() == "exit all") left = now;
+  }
+  EXPECT_THAT(takeEvents(), ElementsAre("enter all", "exit all"));
+  ASSERT_TRUE(left);
+  EXPECT_GE(*left - lastFrame, 30s);
+  EXPECT_LE(*left - lastFrame, 45s);
+}
+
+INSTANTIATE_TEST_SUITE_P(, SilenceInAir,
+                         testing::Values(Air{"nobody"}, Air{"stranger8", 1, 8s}, Air{"stranger15", 1, 15s},
+                                         Air{"stranger25", 1, 25s}, Air{"fortyStrangers", 40, 1s},
+                                         Air{"filter", 0, 1h, 10200ms}, Air{"filterAmongStrangers", 40, 10s, 10200ms},
+                                         Air{"restarts", 1, 8s, 300ms, 6300ms, 500ms},
+                                         Air{"restartsAndFilter", 3, 8s, 10200ms, 20s, 1s}),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(BeaconRangerTest, RestsWhileThereIsNothingToDoAndKeepsItsSeconds) {
+  hear(1, 1);
+  EXPECT_FALSE(ranger.nextTick());
+  now += 2500ms;
+  ranger.startRanging(region("all"), now);
+  EXPECT_EQ(ranger.nextTick(), now + 500ms);
+  hear(1, 1);
+  pass(500ms);
+  EXPECT_THAT(rangedIdentifiers(), ElementsAre("all"));
+  ranger.stopRanging(region("all"));
+  pass(2s);
+  EXPECT_FALSE(ranger.nextTick());
+  EXPECT_EQ(ranger.beaconCount(), 0U);
+  now += 1h + 100ms;
+  ranger.startMonitoring(region("all"), now);
+  EXPECT_EQ(ranger.nextTick(), now + 900ms);
+}
+
 TEST_F(BeaconRangerTest, RegisteringTheSameRegionsAfreshChangesNothing) {
   ranger.startMonitoring(region("all"), now);
-  ranger.startRanging(region("all"));
+  ranger.startRanging(region("all"), now);
   for (int i = 0; i < 10; ++i) hear(1, 1, -60);
   pass(1s);
   const double accuracy = rangings[0].beacons[0].accuracy;
+  now += 990ms;
   ranger.stopMonitoring(region("all"));
   ranger.stopRanging(region("all"));
+  pass(20ms);  // and a tick
   hear(1, 1, -90);
   ranger.startMonitoring(region("all"), now);
-  ranger.startRanging(region("all"));
+  ranger.startRanging(region("all"), now);
   hear(1, 1, -60);
   pass(1s);
   EXPECT_THAT(takeEvents(), ElementsAre("enter all"));
@@ -255,7 +340,7 @@ TEST_F(BeaconRangerTest, RegisteringTheSameRegionsAfreshChangesNothing) {
 
   // One identifier with other beacons is another region; what nobody ranges any more is forgotten.
   ranger.startMonitoring(region("all", 2), now);
-  ranger.startRanging(region("all", 2));
+  ranger.startRanging(region("all", 2), now);
   hear(1, 1);
   pass(1s);
   EXPECT_THAT(takeEvents(), IsEmpty());
@@ -283,13 +368,13 @@ TEST_F(BeaconRangerTest, CallbacksMayChangeRegionsHandInFramesAndTick) {
   hear(1, 1);
   EXPECT_THAT(takeEvents(), ElementsAre("enter a", "enter c"));
 
-  for (const auto* identifier : {"x", "y", "z"}) ranger.startRanging(region(identifier));
+  for (const auto* identifier : {"x", "y", "z"}) ranger.startRanging(region(identifier), now);
   onRanged = [this] {
     onRanged = nullptr;
     ranger.stopRanging(region("x"));
     ranger.stopRanging(region("y"));
     for (std::uint16_t minor = 1; minor < 30; ++minor) hear(1, minor);
-    ranger.startRanging(region("w"));
+    ranger.startRanging(region("w"), now);
     now += 1s;
     ranger.tick(now);
   };
@@ -301,7 +386,7 @@ TEST_F(BeaconRangerTest, CallbacksMayChangeRegionsHandInFramesAndTick) {
 }
 
 TEST_F(BeaconRangerTest, AFloodOfIdentitiesNeitherGrowsNorPushesOutBeaconsThatKeepSending) {
-  ranger.startRanging(region("all"));
+  ranger.startRanging(region("all"), now);
   ranger.startMonitoring(region("all"), now);
   std::mt19937 random(7);
   const auto number = [&random] { return static_cast<std::uint16_t>(random()); };

@@ -23,7 +23,7 @@ struct FixRequest {
 
 // Location services on top of the beacon ranger: what every backend whose radio delivers raw frames shares. It keeps
 // the application's monitored and ranged regions, drives the ranger once a second on the main queue from the first
-// frame on, and calls every location manager's delegate.
+// frame on while any region is ranged or monitored, and calls every location manager's delegate.
 //
 // Location managers may be used from any thread (the sets change at once, the ranger follows on the main queue in the
 // same order). Everything below the constructor is for the main thread, and calls the delegates before it returns,
@@ -47,9 +47,12 @@ class RangerLocationServices : public platform::LocationServices {
   // (so that who stands still does not grow old). One that can't be (coordinates out of range, an accuracy that is no
   // positive number) is dropped.
   void receiveFix(const platform::CLLocation& fix);
-  // Whether the scanner hears anything at present (initially true). While it does not, silence ends no region.
+  // Whether the scanner works, as far as is known (initially true). Say false only of what keeps advertisements away for
+  // certain: it is off, gone, refused, or resting. A scan that is restarted because little or nothing was heard works;
+  // otherwise regions would never be left where restarts are frequent. While it does not work, silence ends no region.
   void setScanning(bool scanning);
-  // How long a region must be silent before it counts as left; default 30 s.
+  // How long nothing must be heard of a region before it counts as left, whatever else is heard; default 30 s. Deaf time
+  // of the scanner, and of a process that was suspended, does not count and takes back as much of the silence before it.
   void setExitSilence(platform::Duration silence);
 
   // What a platform, or a recording of one, reports by itself; handed to the delegates as it is.
