@@ -19,6 +19,8 @@ struct TaskScope::State {
     return false;
   }
 
+  bool closed() const { return (word.load(std::memory_order_acquire) & closedBit) != 0; }
+
   void leave() {
     if ((word.fetch_sub(1, std::memory_order_acq_rel) & closedBit) != 0) word.notify_all();
   }
@@ -42,22 +44,12 @@ thread_local const TaskScope::Guard* innermostGuard = nullptr;
 
 TaskScope::TaskScope() : state_(std::make_shared<State>()) {}
 
-TaskScope::~TaskScope() { close(); }
-
-Task TaskScope::bind(Task task) const {
-  return [state = state_, task = std::move(task)] {
-    if (const Guard guard(state); guard) task();
-  };
-}
-
 void TaskScope::close() {
   std::uint32_t own = 0;
   for (const Guard* guard = innermostGuard; guard != nullptr; guard = guard->outer_)
     if (guard->state_ == state_) ++own;
   state_->close(own);
 }
-
-TaskScope::Guard::Guard(const std::weak_ptr<State>& scope) : Guard(scope.lock()) {}
 
 TaskScope::Guard::Guard(std::shared_ptr<State> state) : state_(std::move(state)) {
   if (!state_ || !state_->enter()) {
@@ -66,6 +58,8 @@ TaskScope::Guard::Guard(std::shared_ptr<State> state) : state_(std::move(state))
   }
   outer_ = std::exchange(innermostGuard, this);
 }
+
+TaskScope::Guard::operator bool() const { return state_ && !state_->closed(); }
 
 TaskScope::Guard::~Guard() {
   if (!state_) return;

@@ -240,8 +240,8 @@ TEST_P(TaskCoreContract, ObjectsMayGoUnderLoad) {
 TEST_P(TaskCoreContract, AScopeMayGoInItsOwnTask) {
   auto scope = std::make_unique<TaskScope>();
   Journal journal;
-  const auto inner = scope->bind(journal.noting("inner"));
-  const auto outer = scope->bind([&] {
+  auto inner = scope->bind(journal.noting("inner"));
+  auto outer = scope->bind([&] {
     inner();
     scope.reset();
     inner();
