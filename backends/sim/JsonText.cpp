@@ -13,7 +13,17 @@ constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 bool isPlain(char character) {
   const auto byte = static_cast<unsigned char>(character);
-  return byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
+  return byte >= 0x20 && byte < 0x7F && byte != '"' && byte != '\\';
+}
+
+// DEL, or one of U+0080 to U+009F: JSON may have them as they are, and terminals obey some of them.
+std::size_t lengthOfLateControl(std::string_view text) {
+  if (text.front() == '\x7F') return 1;
+  return text.size() > 1 && text[0] == '\xC2' && static_cast<unsigned char>(text[1]) < 0xA0 ? 2 : 0;
+}
+
+void appendUnicodeEscape(std::string& out, char character) {
+  fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<unsigned>(static_cast<unsigned char>(character)));
 }
 
 // Length of the UTF-8 sequence at the beginning, or 0 when there is none.
@@ -26,14 +36,12 @@ std::size_t sequenceLength(std::string_view text) {
 void appendEscaped(std::string& out, char character) {
   static constexpr std::string_view kControls = "\b\t\n\f\r";
   static constexpr std::string_view kLetters = "btnfr";
-  out += '\\';
-  if (character == '"' || character == '\\') {
-    out += character;
-  } else if (const auto found = kControls.find(character); found != kControls.npos) {
-    out += kLetters[found];
-  } else {
-    fmt::format_to(std::back_inserter(out), "u{:04x}", static_cast<unsigned>(character));
-  }
+  if (character == '"' || character == '\\')
+    out.append("\\").push_back(character);
+  else if (const auto found = kControls.find(character); found != kControls.npos)
+    out.append("\\").push_back(kLetters[found]);
+  else
+    appendUnicodeEscape(out, character);
 }
 
 void appendSpecial(std::string& out, std::string_view text) {
@@ -41,6 +49,9 @@ void appendSpecial(std::string& out, std::string_view text) {
     std::size_t length = 1;
     if (isPlain(text.front())) {
       out += text.front();
+    } else if (const auto late = lengthOfLateControl(text); late > 0) {
+      length = late;
+      appendUnicodeEscape(out, text[late - 1]);
     } else if (static_cast<unsigned char>(text.front()) < 0x80) {
       appendEscaped(out, text.front());
     } else if (length = sequenceLength(text); length > 0) {
@@ -54,6 +65,21 @@ void appendSpecial(std::string& out, std::string_view text) {
 }
 
 }  // namespace
+
+std::string jsonText(const platform::Json& value, int indent) {
+  const auto text = value.dump(indent, ' ', false, platform::Json::error_handler_t::replace);
+  std::string out;
+  out.reserve(text.size());
+  std::size_t done = 0;
+  for (auto at = text.find_first_of("\x7F\xC2"); at != text.npos; at = text.find_first_of("\x7F\xC2", at + 1)) {
+    const auto length = lengthOfLateControl(std::string_view(text).substr(at));
+    if (length == 0) continue;
+    out.append(text, done, at - done);
+    appendUnicodeEscape(out, text[at + length - 1]);
+    done = at + length;
+  }
+  return out.append(text, done);
+}
 
 JsonText& JsonText::open(char bracket) {
   separate();

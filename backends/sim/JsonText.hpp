@@ -10,7 +10,12 @@
 #include <string>
 #include <string_view>
 
+#include "wayloom/platform/Json.hpp"
+
 namespace wayloom::sim {
+
+// The value as JsonText writes it: on one line, or with members on lines of their own, indented by so many blanks.
+std::string jsonText(const platform::Json& value, int indent = -1);
 
 // Keeps its memory from one clear() to the next. The caller's order of calls must make sense; it puts the commas.
 class JsonText {
@@ -26,7 +31,8 @@ class JsonText {
   JsonText& value(double number);  // the shortest text that reads back as the same double; null when it isn't finite
   JsonText& value(const char* text) { return value(std::string_view(text)); }
   JsonText& value(const std::string& text) { return value(std::string_view(text)); }
-  JsonText& value(std::string_view text);  // what isn't UTF-8 becomes U+FFFD
+  // What isn't UTF-8 becomes U+FFFD; control characters are escaped, those that JSON allows as well.
+  JsonText& value(std::string_view text);
   template <std::integral Number>
   JsonText& value(Number number) {
     if constexpr (std::signed_integral<Number>)

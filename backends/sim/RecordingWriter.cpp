@@ -41,10 +41,6 @@ std::string_view nameOf(RecordedType type) {
   return "";
 }
 
-std::string dumped(const platform::Json& json) {
-  return json.dump(-1, ' ', false, platform::Json::error_handler_t::replace);
-}
-
 void writeIdentity(JsonText& text, const platform::BeaconIdentity& identity) {
   text.member("uuid", identity.uuid.string()).member("major", identity.major).member("minor", identity.minor);
 }
@@ -118,7 +114,7 @@ void writeContent(JsonText& text, const RecordedEvent& event) {
       text.member("up", event.networkUp);
       return;
     case RecordedType::event:
-      text.member("event_type", event.eventType).key("details").raw(dumped(event.details));
+      text.member("event_type", event.eventType).key("details").raw(jsonText(event.details));
       return;
     case RecordedType::truth:
       return writeTruth(text, event.truth);
@@ -139,7 +135,7 @@ RecordingWriter::~RecordingWriter() { flush(); }
 
 void RecordingWriter::header(const platform::Json& more) {
   text_->beginObject().member("type", "header").member("version", 1);
-  for (const auto& [name, content] : more.items()) text_->raw(dumped(name) + ":" + dumped(content));
+  for (const auto& [name, content] : more.items()) text_->raw(jsonText(name) + ":" + jsonText(content));
   text_->endObject().endLine();
 }
 

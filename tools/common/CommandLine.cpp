@@ -3,9 +3,12 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <cstdio>
+#include <algorithm>
 #include <exception>
 #include <fmt/format.h>
+#include <numeric>
+#include <sstream>
+#include <utility>
 
 namespace wayloom::tools {
 namespace {
@@ -17,6 +20,49 @@ void exitWith(int status) {
 // In the help, the name stands for what is checked.
 Argument checked(CLI::Option& option, CLI::Validator validator, const std::string& name) {
   return Argument(*option.check(validator.description(""))->type_name(name));
+}
+
+// How many letters have to be put in, left out or changed to make one word of the other (Levenshtein, 1966).
+std::size_t editDistance(const std::string& a, const std::string& b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const auto changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, changed}));
+    }
+  }
+  return row.back();
+}
+
+std::string nearest(const std::string& word, const std::vector<std::string>& known) {
+  std::string best;
+  auto least = word.size() / 2 + 1;  // farther than half of its letters, it was meant otherwise
+  for (const auto& name : known)
+    if (const auto far = editDistance(word, name); far < least) {
+      least = far;
+      best = name;
+    }
+  return best;
+}
+
+// What an argument that nothing takes may have been meant to be.
+std::string suggestion(const CLI::App& app) {
+  const auto commands = app.get_subcommands();
+  const auto& command = commands.empty() ? app : *commands.front();
+  for (const auto& word : app.remaining(true)) {
+    std::vector<std::string> known;
+    if (word.starts_with("--"))
+      for (const auto* option : command.get_options())
+        for (const auto& name : option->get_lnames()) known.push_back("--" + name);
+    else if (commands.empty())
+      for (const auto* other : app.get_subcommands([](const CLI::App*) { return true; }))
+        known.push_back(other->get_name());
+    if (const auto meant = nearest(word.substr(0, word.find('=')), known); !meant.empty())
+      return fmt::format("There is no {}. Did you mean {}?\n", printable(word), meant);
+  }
+  return {};
 }
 
 }  // namespace
@@ -82,8 +128,6 @@ void Arguments::runsWithAnything(std::function<int(std::vector<std::string>)> ru
 
 void failForMissing(const char* name) { throw CLI::RequiredError(name); }
 
-void complain(std::string_view text) { fmt::print(stderr, "wayloom: {}\n", text); }
-
 CommandLine::CommandLine(const char* name, const char* description, const char* footer)
     : app_(std::make_unique<CLI::App>(description, name)) {
   app_->footer(footer);
@@ -101,13 +145,23 @@ Arguments CommandLine::addCommand(const char* name, const char* description, con
 void CommandLine::addVersion(const std::string& version) { app_->set_version_flag("--version", version); }
 
 int CommandLine::run(int argc, char** argv) {
+  prepareStandardStreams();
+  return finishStandardOutput(runCommand(argc, argv));
+}
+
+int CommandLine::runCommand(int argc, char** argv) {
   try {
     app_->parse(argc, argv);
     return kSucceeded;
   } catch (const CLI::RuntimeError& failure) {
     return failure.get_exit_code();
   } catch (const CLI::ParseError& request) {
-    return app_->exit(request) == 0 ? kSucceeded : kUsageError;
+    std::ostringstream help;
+    std::ostringstream error;
+    const int status = app_->exit(request, help, error);
+    standardOutput().write(help.str());
+    standardError().write(suggestion(*app_) + error.str());
+    return status == 0 ? kSucceeded : kUsageError;
   } catch (const std::exception& failure) {
     complain(failure.what());
     return kRunFailed;

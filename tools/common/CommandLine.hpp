@@ -7,8 +7,9 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include "tools/common/Output.hpp"
 
 namespace CLI {
 class App;
@@ -73,9 +74,6 @@ class Arguments {
 // While a command runs: ends the program as for an argument that isn't there.
 [[noreturn]] void failForMissing(const char* name);
 
-// "wayloom: <text>" on standard error.
-void complain(std::string_view text);
-
 class CommandLine {
  public:
   CommandLine(const char* name, const char* description, const char* footer);
@@ -90,6 +88,8 @@ class CommandLine {
   int run(int argc, char** argv);
 
  private:
+  int runCommand(int argc, char** argv);
+
   std::unique_ptr<CLI::App> app_;
 };
 

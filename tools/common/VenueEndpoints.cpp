@@ -11,6 +11,7 @@
 #include "wayloom/posix/PlistReader.hpp"
 
 #include "backends/posix/PosixFiles.hpp"
+#include "backends/sim/JsonText.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -135,7 +136,7 @@ std::string VenueEndpoints::kitWithStatusAt(const std::string& base, std::string
   auto& members = (*document)["kit"];
   members["status_url"] = statusUrl(base);
   if (!text(members, "status_token") && !statusTokens_.empty()) members["status_token"] = statusTokens_.front();
-  return document->dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return sim::jsonText(*document, 2) + "\n";
 }
 
 }  // namespace wayloom::tools

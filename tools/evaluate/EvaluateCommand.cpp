@@ -1,13 +1,9 @@
 // wayloom evaluate: how well the positions of a replay fit the truth in the recordings.
 
-#include <CLI/CLI.hpp>
-#include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/positioning/TWLLocationUtils.hpp"
@@ -15,7 +11,9 @@
 #include "wayloom/sim/Replayer.hpp"
 #include "wayloom/sim/SimPlatform.hpp"
 
+#include "backends/posix/PosixFiles.hpp"
 #include "tools/common/Command.hpp"
+#include "tools/common/Progress.hpp"
 #include "tools/common/VenuePlans.hpp"
 #include "tools/evaluate/Evaluation.hpp"
 #include "tools/evaluate/EvaluationReport.hpp"
@@ -43,26 +41,6 @@ struct Options {
   bool useOwnDistance = false;
 };
 
-// Says on a terminal how far a long run is; says nothing elsewhere.
-class RecordingProgress {
- public:
-  explicit RecordingProgress(std::size_t count) : count_(count), shown_(count > 1 && isatty(STDERR_FILENO) == 1) {}
-  ~RecordingProgress() {
-    if (shown_) fmt::print(stderr, "\r\033[K");
-  }
-  RecordingProgress(const RecordingProgress&) = delete;
-  RecordingProgress& operator=(const RecordingProgress&) = delete;
-
-  void step(const std::string& name) {
-    if (shown_) fmt::print(stderr, "\r\033[K{}/{} {}", ++done_, count_, name);
-  }
-
- private:
-  std::size_t count_;
-  std::size_t done_ = 0;
-  bool shown_;
-};
-
 std::string readBytes(platform::Platform& platform, const std::string& path) {
   return platform.files().readFile(path).value_or("");
 }
@@ -87,14 +65,14 @@ ReportPlan planOf(platform::Platform& platform, const TWLMapConfig& map) {
 }
 
 void printRow(const std::string& name, const Figures& f) {
-  fmt::print("{:<32.32} {:>7} {:>6.1f} {:>6.1f} {:>6.1f} {:>8.2f} {:>8.2f} {:>7.1f} {:>8.2f}\n", name, f.seconds,
-             100 * f.fixShare(), 100 * f.rightMapShare(), 100 * f.hitShare(), f.errorQuantile(0.5),
-             f.errorQuantile(0.9), f.switchesPerMinute(), f.badSwitchesPerMinute());
+  standardOutput().print("{:<32.32} {:>7} {:>6.1f} {:>6.1f} {:>6.1f} {:>8.2f} {:>8.2f} {:>7.1f} {:>8.2f}\n", name,
+                         f.seconds, 100 * f.fixShare(), 100 * f.rightMapShare(), 100 * f.hitShare(),
+                         f.errorQuantile(0.5), f.errorQuantile(0.9), f.switchesPerMinute(), f.badSwitchesPerMinute());
 }
 
 void printTable(const ReportInput& input) {
-  fmt::print("{:<32} {:>7} {:>6} {:>6} {:>6} {:>8} {:>8} {:>7} {:>8}\n", "recording", "seconds", "fix %", "map %",
-             "hit %", "median m", "p90 m", "sw/min", "bad/min");
+  standardOutput().print("{:<32} {:>7} {:>6} {:>6} {:>6} {:>8} {:>8} {:>7} {:>8}\n", "recording", "seconds", "fix %",
+                         "map %", "hit %", "median m", "p90 m", "sw/min", "bad/min");
   for (const auto& walk : input.walks) printRow(walk.name, walk.figures);
   if (input.walks.size() > 1) printRow("all", input.total);
 }
@@ -170,19 +148,19 @@ void evaluateRecording(const Options& options, const std::string& recording, Rep
 }
 
 void writeReport(const std::string& path, const ReportInput& input) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << renderEvaluationReport(input);
-  file.close();
-  if (!file) throw std::runtime_error(path + ": can't be written");
+  if (const auto error = posix::writeWholeFile(path, renderEvaluationReport(input)))
+    throw std::runtime_error(error->description);
 }
 
 int run(const Options& options) {
   ReportInput input = describeVenue(options);
-  RecordingProgress progress(options.recordings.size());
+  Progress progress;
+  const auto count = options.recordings.size();
   for (const auto& recording : options.recordings) {
-    progress.step(recording);
+    if (count > 1) progress.show(fmt::format("{}/{} {}", input.walks.size() + 1, count, recording));
     evaluateRecording(options, recording, input);
   }
+  progress.clear();
   printTable(input);
   if (!options.report.empty()) writeReport(options.report, input);
   return kSucceeded;

@@ -87,7 +87,7 @@ class Run {
       : options_(options),
         venue_(std::filesystem::absolute(options.engine.venue).lexically_normal().string()),
         documents_(options.engine.documents),
-        printer_(STDOUT_FILENO, options.engine.printed(), {documents_.path(), venue_}),
+        printer_(standardOutput(), options.engine.printed(), {documents_.path(), venue_}),
         shown_(printer_, loop_) {}
 
   int run() {

@@ -12,6 +12,8 @@
 #include "wayloom/posix/PosixPlatform.hpp"
 #include "wayloom/sim/CallbackLogSink.hpp"
 
+#include "backends/posix/PosixFiles.hpp"
+#include "backends/sim/JsonText.hpp"
 #include "tools/check/VenueCheck.hpp"
 #include "tools/common/Command.hpp"
 #include "tools/maps/MapList.hpp"
@@ -47,25 +49,17 @@ struct Options {
   bool isVerbose = false;
 };
 
-std::string dumped(const platform::Json& json) {
-  return json.dump(2, ' ', false, platform::Json::error_handler_t::replace);
-}
-
-std::string absolute(const std::string& path) { return std::filesystem::absolute(path).lexically_normal().string(); }
-
-int checkedOutput(int status) {
-  if (std::fflush(stdout) == 0) return status;
-  complain("standard output: can't be written");
-  return kRunFailed;
-}
+void printJson(const platform::Json& json) { standardOutput().write(sim::jsonText(json, 2) + "\n"); }
 
 // One update over the network, on a main loop of its own.
 class Update {
  public:
   explicit Update(const Options& options)
-      : options_(options), loop_(std::make_shared<posix::MainLoop>()), documents_(absolute(options.documents)) {
+      : options_(options),
+        loop_(std::make_shared<posix::MainLoop>()),
+        documents_(posix::absolutePath(options.documents)) {
     auto services = posix::makeServices(
-        {.mainBundle = absolute(options.venue) + "/bundle", .documents = documents_, .loop = loop_});
+        {.mainBundle = posix::absolutePath(options.venue) + "/bundle", .documents = documents_, .loop = loop_});
     if (!options.isVerbose)
       services.systemLog = services.console = std::make_shared<sim::CallbackLogSink>([](std::string_view) {});
     platform_ = std::make_unique<platform::Platform>(std::move(services));
@@ -86,8 +80,11 @@ class Update {
     loop_->run();
     if (!hasGivenUp_) checkInstalled();
     display_.clear();
-    fmt::print("{}\n", options_.isJson ? dumped(display_.json()) : display_.summary());
-    return checkedOutput(display_.hasFailed() ? kRunFailed : kSucceeded);
+    if (options_.isJson)
+      printJson(display_.json());
+    else
+      standardOutput().print("{}\n", display_.summary());
+    return display_.hasFailed() ? kRunFailed : kSucceeded;
   }
 
  private:
@@ -126,17 +123,18 @@ class Update {
 
 int list(const Options& options) {
   std::string error;
-  const auto maps = listMaps(absolute(options.venue) + "/bundle", absolute(options.documents), error);
+  const auto maps =
+      listMaps(posix::absolutePath(options.venue) + "/bundle", posix::absolutePath(options.documents), error);
   if (!maps) {
     complain(error);
     return kRunFailed;
   }
   if (options.isJson)
-    fmt::print("{}\n", dumped(jsonOf(*maps)));
+    printJson(jsonOf(*maps));
   else
-    fmt::print("{}", textOf(*maps));
+    standardOutput().write(textOf(*maps));
   if (maps->updateWasStopped) complain("an update was stopped before its end; the next start completes it");
-  return checkedOutput(kSucceeded);
+  return kSucceeded;
 }
 
 int check(const Options& options) {
@@ -147,14 +145,14 @@ int check(const Options& options) {
   if (options.isJson) {
     auto lines = platform::Json::array();
     for (const auto& finding : findings) lines.push_back(jsonOf(finding));
-    fmt::print("{}\n", dumped(lines));
+    printJson(lines);
   } else {
-    for (const auto& finding : findings) fmt::print("{}\n", textOf(finding));
-    fmt::print("{}: {} errors, {} warnings, {} notes\n", options.venue, count(Severity::error),
-               count(Severity::warning), count(Severity::note));
+    for (const auto& finding : findings) standardOutput().print("{}\n", textOf(finding));
+    standardOutput().print("{}: {} errors, {} warnings, {} notes\n", options.venue, count(Severity::error),
+                           count(Severity::warning), count(Severity::note));
   }
   const bool isGood = count(Severity::error) + count(Severity::warning) == 0;
-  return checkedOutput(isGood ? kSucceeded : kRunFailed);
+  return isGood ? kSucceeded : kRunFailed;
 }
 
 int run(const Options& options) {

@@ -1,10 +1,9 @@
 #include "tools/maps/UpdateDisplay.hpp"
 
-#include <algorithm>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "maps/MapFileNames.hpp"
+#include "tools/common/Output.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -24,8 +23,6 @@ std::string sizeText(std::size_t bytes) {
 }
 
 }  // namespace
-
-UpdateDisplay::UpdateDisplay() : isTerminal_(::isatty(STDERR_FILENO) != 0) {}
 
 void UpdateDisplay::show(const MapUpdateStep& step) {
   switch (step.kind) {
@@ -57,7 +54,8 @@ void UpdateDisplay::showDocument(const MapUpdateStep& step) {
       document_ = "failed";
       return fail("map configuration: " + step.reason);
   }
-  line(fmt::format("map configuration {}, {} maps", document_, maps_), false);
+  const auto text = fmt::format("map configuration {}, {} maps", document_, maps_);
+  progress_.isShown() ? progress_.show(text) : tell(text);
 }
 
 void UpdateDisplay::showMap(const MapUpdateStep& step) {
@@ -67,31 +65,21 @@ void UpdateDisplay::showMap(const MapUpdateStep& step) {
     return fail(fmt::format("map {}: {}", name, step.reason));
   const bool isFetched = step.outcome == Outcome::downloaded;
   ++(isFetched ? fetched_ : unchanged_);
-  if (isTerminal_)
-    line(fmt::format("[{}] {}/{} {:.40}", bar(step.done, step.total), step.done, step.total, name), false);
+  if (progress_.isShown())
+    progress_.show(fmt::format("[{}] {}/{} {:.40}", bar(step.done, step.total), step.done, step.total, name));
   else
-    line(fmt::format("map {}: {} ({}/{})", name, isFetched ? "fetched, " + sizeText(step.bytes) : "unchanged",
-                     step.done, step.total),
-         true);
+    tell(fmt::format("map {}: {} ({}/{})", name, isFetched ? "fetched, " + sizeText(step.bytes) : "unchanged",
+                     step.done, step.total));
 }
 
 void UpdateDisplay::fail(const std::string& what) {
   ++failed_;
-  line(what, true);
+  tell(what);
 }
 
-void UpdateDisplay::line(const std::string& text, bool stays) {
-  std::string shown = text;
-  const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
-  std::replace_if(shown.begin(), shown.end(), isControl, '?');
+void UpdateDisplay::tell(const std::string& text) {
   clear();
-  fmt::print(stderr, "{}{}", shown, isTerminal_ && !stays ? "" : "\n");
-  hasWritten_ = isTerminal_ && !stays;
-}
-
-void UpdateDisplay::clear() {
-  if (hasWritten_) fmt::print(stderr, "\r\033[K");
-  hasWritten_ = false;
+  standardError().print("{}\n", text);
 }
 
 std::string UpdateDisplay::summary() const {

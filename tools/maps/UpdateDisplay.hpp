@@ -6,21 +6,18 @@
 #include "wayloom/maps/MapUpdateStep.hpp"
 #include "wayloom/platform/Json.hpp"
 
+#include "tools/common/Progress.hpp"
+
 namespace wayloom::tools {
 
 // Follows an update of the maps on standard error: on a terminal one line that changes, and one that stays for each
 // failure; elsewhere a line for each step.
 class UpdateDisplay {
  public:
-  UpdateDisplay();
-  ~UpdateDisplay() { clear(); }
-  UpdateDisplay(const UpdateDisplay&) = delete;
-  UpdateDisplay& operator=(const UpdateDisplay&) = delete;
-
   void show(const MapUpdateStep& step);
   // Something else that went wrong.
   void fail(const std::string& what);
-  void clear();
+  void clear() { progress_.clear(); }
 
   bool hasFailed() const { return failed_ > 0; }
   // What has been done, as a line and as an object.
@@ -30,10 +27,9 @@ class UpdateDisplay {
  private:
   void showDocument(const MapUpdateStep& step);
   void showMap(const MapUpdateStep& step);
-  void line(const std::string& text, bool stays);
+  void tell(const std::string& text);
 
-  bool isTerminal_;
-  bool hasWritten_ = false;
+  Progress progress_;
   std::string document_ = "not asked for";
   std::size_t maps_ = 0;
   std::size_t fetched_ = 0;

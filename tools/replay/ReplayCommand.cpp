@@ -1,7 +1,6 @@
 // wayloom replay: runs the whole system on a recording and prints what comes of it.
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 #include "wayloom/posix/LibraryResources.hpp"
 #include "wayloom/regions/MissingUsageDescription.hpp"
 
+#include "backends/posix/PosixFiles.hpp"
 #include "tools/common/Command.hpp"
 #include "tools/common/EngineOptions.hpp"
 #include "tools/common/Progress.hpp"
@@ -81,10 +81,6 @@ class Input {
   int descriptor_;
 };
 
-std::string absolute(const std::string& path) {
-  return path.empty() ? path : std::filesystem::absolute(path).lexically_normal().string();
-}
-
 sim::ReplayOptions replayOptions(const Options& options) {
   sim::ReplayOptions replay;
   replay.venue = options.engine.venue;
@@ -98,7 +94,7 @@ sim::ReplayOptions replayOptions(const Options& options) {
 
 int fail(ReplayPrinter& printer, const std::string& text) {
   printer.flush();
-  fmt::print(stderr, "{}\n", text);
+  standardError().print("{}\n", text);
   return kRunFailed;
 }
 
@@ -109,33 +105,33 @@ int report(const sim::RecordingError& error, const Input& input, ReplayPrinter& 
 
 int runLines(const Input& input, sim::Replayer& replayer, ReplayPrinter& printer) {
   auto reader = sim::RecordingReader(input.source(printer));
-  Progress progress(input.size());
-  while (const auto* event = reader.next()) {
+  ReadingProgress progress(input.size());
+  while (printer.isWanted()) {
+    const auto* event = reader.next();
+    if (event == nullptr) break;
     replayer.deliver(*event);
     progress.show(reader.line(), reader.bytesRead());
   }
   progress.clear();
-  if (!printer.flush()) return kRunFailed;
+  if (!printer.flush()) return kSucceeded;  // why, is looked at where all commands end
   if (reader.error()) return report(*reader.error(), input, printer);
   if (replayer.world() == nullptr) return report({0, "there is no event in it"}, input, printer);
   return kSucceeded;
 }
 
 int replay(const Options& options) {
-  ReplayPrinter printer(STDOUT_FILENO, options.engine.printed(),
-                        {absolute(options.engine.documents), absolute(options.engine.venue)});
+  std::vector<std::string> folders = {posix::absolutePath(options.engine.venue)};
+  if (!options.engine.documents.empty()) folders.push_back(posix::absolutePath(options.engine.documents));
+  ReplayPrinter printer(standardOutput(), options.engine.printed(), std::move(folders));
   const Input input(options.recording);
   if (!input.isOpen())
     return fail(printer, fmt::format("{}: {}", input.name(), std::generic_category().message(errno)));
-  int status = kSucceeded;
   try {
     sim::Replayer replayer(replayOptions(options), printer);
-    status = runLines(input, replayer, printer);
+    return runLines(input, replayer, printer);
   } catch (const MissingUsageDescription& missing) {
     return fail(printer, fmt::format("{}/bundle/Info.plist: {}", options.engine.venue, missing.what()));
   }
-  if (!printer.flush()) return fail(printer, "standard output: can't be written");
-  return status;
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 #include "tools/replay/ReplayPrinter.hpp"
 
-#include <cerrno>
-#include <unistd.h>
-
 #include "wayloom/platform/JsonParser.hpp"
 
 #include "tools/replay/ElectionJson.hpp"
@@ -13,27 +10,13 @@ namespace {
 constexpr std::size_t kFlushAt = 64U << 10U;
 constexpr std::size_t kMostAttributes = 4096;
 
-std::string dumped(const platform::Json& json) {
-  return json.dump(-1, ' ', false, platform::Json::error_handler_t::replace);
-}
-
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const auto count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
-}
-
 // A body as the value it is when it is JSON; as a text otherwise.
 void appendBody(sim::JsonText& text, const std::string& body) {
   text.key("body");
   if (body.empty()) {
     text.null();
   } else if (const auto document = platform::parseJson(body).value) {
-    text.raw(dumped(*document));
+    text.raw(sim::jsonText(*document));
   } else {
     text.value(body);
   }
@@ -42,9 +25,10 @@ void appendBody(sim::JsonText& text, const std::string& body) {
 }  // namespace
 
 bool ReplayPrinter::flush() {
-  if (!failed_ && !writeAll(descriptor_, text_.text())) failed_ = true;
+  output_.write(text_.text());
   text_.clear();
-  return !failed_;
+  isWanted_ = output_.flush();
+  return isWanted_;
 }
 
 void ReplayPrinter::began(sim::SimPlatform& world) {
@@ -123,7 +107,7 @@ void ReplayPrinter::appendBeacon(const TGFBeaconPtr& beacon) {
 const std::string& ReplayPrinter::attributesOf(const TGFBeaconPtr& beacon) {
   if (attributes_.size() >= kMostAttributes) attributes_.clear();
   auto& entry = attributes_[&beacon->match()];
-  if (!entry.owner) entry = {beacon, dumped(beacon->attributes())};
+  if (!entry.owner) entry = {beacon, sim::jsonText(beacon->attributes())};
   return entry.json;
 }
 
@@ -132,7 +116,7 @@ void ReplayPrinter::requested(double t, const platform::HttpRequest& request) {
   auto& text = begin(t, "request").member("method", request.method).member("url", request.url);
   auto headers = platform::Json::object();
   for (const auto& [name, content] : request.headers) headers[name] = content;
-  text.key("headers").raw(dumped(headers));
+  text.key("headers").raw(sim::jsonText(headers));
   appendBody(text, request.body);
   end();
 }

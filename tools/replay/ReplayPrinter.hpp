@@ -7,6 +7,7 @@
 #include "wayloom/sim/Replayer.hpp"
 
 #include "backends/sim/JsonText.hpp"
+#include "tools/common/Output.hpp"
 #include "tools/replay/RelativePaths.hpp"
 
 namespace wayloom::tools {
@@ -16,14 +17,15 @@ class ReplayPrinter : public sim::ReplayListener {
  public:
   enum class Events { location, all };
 
-  // `descriptor` stays the caller's. Until the world has been made, paths below the folders are printed relative to
+  // The output must outlive it. Until the world has been made, paths below the folders are printed relative to
   // them; then, relative to the world's own.
-  ReplayPrinter(int descriptor, Events events, std::vector<std::string> folders = {})
-      : descriptor_(descriptor), printsAll_(events == Events::all), paths_(std::move(folders)) {}
+  ReplayPrinter(Output& output, Events events, std::vector<std::string> folders = {})
+      : output_(output), printsAll_(events == Events::all), paths_(std::move(folders)) {}
   ~ReplayPrinter() override { flush(); }
 
-  // False when the output can't be written, now or earlier.
+  // False when nothing more can be written or is wanted.
   bool flush();
+  bool isWanted() const { return isWanted_; }  // as the last flush had it
 
   void began(sim::SimPlatform& world) override;
   void located(double t, const TWLMapLocationPtr& location) override;
@@ -50,9 +52,9 @@ class ReplayPrinter : public sim::ReplayListener {
   void appendBeacon(const TGFBeaconPtr& beacon);
   const std::string& attributesOf(const TGFBeaconPtr& beacon);
 
-  int descriptor_;
+  Output& output_;
   bool printsAll_;
-  bool failed_ = false;
+  bool isWanted_ = true;
   RelativePaths paths_;
   sim::JsonText text_;
   std::unordered_map<const BeaconMatch*, Attributes> attributes_;  // a kit has few, and a day has many rangings

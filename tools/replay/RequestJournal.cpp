@@ -8,6 +8,8 @@
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
 
+#include "backends/sim/JsonText.hpp"
+
 namespace wayloom::tools {
 namespace {
 
@@ -25,7 +27,7 @@ std::string lineOf(const ReceivedRequest& request) {
     line["body"] = std::move(*body.value);
   else
     line["body_text"] = request.body;
-  return line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  return sim::jsonText(line) + "\n";
 }
 
 }  // namespace

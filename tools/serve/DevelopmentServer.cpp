@@ -268,10 +268,13 @@ class DevelopmentServer::Implementation : public httplib::Server {
     answer(response, 200);
   }
 
-  void answerFaults(const Request&, Response& response) { response.set_content(faults_.text(), "text/plain"); }
+  void answerFaults(const Request& request, Response& response) {
+    if (!isFromThisMachine(request)) return answer(response, 403, "only from the machine of the server");
+    response.set_content(faults_.text(), "text/plain");
+  }
 
   void changeFaults(const Request& request, Response& response) {
-    if (!isFromThisMachine(request)) return answer(response, 403, "only from the machine of the server");
+    if (!isFromThisMachine(request)) return answerFaults(request, response);
     if (const auto error = faults_.replace(request.body); !error.empty()) return answer(response, 400, error);
     answerFaults(request, response);
   }

@@ -60,28 +60,29 @@ DevelopmentServerOptions serverOptions(const Options& options) {
   server.pointsStatusHere = options.pointsStatusHere;
   for (const auto& rule : options.faults) server.faults += rule + "\n";
   server.seed = options.seed;
-  if (!options.isQuiet) server.log = [](const std::string& line) { fmt::print(stderr, "{}\n", line); };
+  if (!options.isQuiet) server.log = [](const std::string& line) { standardError().print("{}\n", line); };
   return server;
 }
 
 void introduce(const DevelopmentServer& server, const Options& options) {
   const auto url = server.url();
   const auto& endpoints = server.endpoints();
-  fmt::print("{}\n\n", url);
+  auto& out = standardOutput();
+  out.print("{}\n\n", url);
   if (!options.bundle.empty()) {
-    fmt::print("{} is a bundle that points here.\n", options.bundle);
+    out.print("{} is a bundle that points here.\n", options.bundle);
   } else {
-    fmt::print("For Geofold.plist and Wayloom.plist of your application's bundle:\n");
-    fmt::print("  GFKitURL        {}\n  GFAnalyticsURL  {}\n", endpoints.kitUrl(url), endpoints.analyticsUrl(url));
-    fmt::print("and for Wayloom.plist:\n  WLMapConfigURL  {}\n", endpoints.mapConfigUrl(url));
+    out.print("For Geofold.plist and Wayloom.plist of your application's bundle:\n");
+    out.print("  GFKitURL        {}\n  GFAnalyticsURL  {}\n", endpoints.kitUrl(url), endpoints.analyticsUrl(url));
+    out.print("and for Wayloom.plist:\n  WLMapConfigURL  {}\n", endpoints.mapConfigUrl(url));
   }
   if (options.pointsStatusHere)
-    fmt::print("The kit is served with this server's status_url.\n");
+    out.print("The kit is served with this server's status_url.\n");
   else
-    fmt::print("For the kit, or give --status-here:\n  status_url      {}\n", endpoints.statusUrl(url));
+    out.print("For the kit, or give --status-here:\n  status_url      {}\n", endpoints.statusUrl(url));
   if (!endpoints.needsToken(Endpoint::analytics))
-    fmt::print("The bundle has no GFAPIToken: every token is good for analytics.\n");
-  std::fflush(stdout);
+    out.print("The bundle has no GFAPIToken: every token is good for analytics.\n");
+  out.flush();  // it may have been closed: what is served is what counts
 }
 
 // Threads inherit the mask, so only waitForStop() gets the signals.

@@ -1,10 +1,12 @@
 // wayloom simulate: a recording of a walk that nobody took.
 
-#include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
-#include <iostream>
+#include <fcntl.h>
+#include <ostream>
+#include <streambuf>
+#include <system_error>
+#include <unistd.h>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/platform/JsonParser.hpp"
@@ -12,6 +14,8 @@
 #include "wayloom/sim/RecordingWriter.hpp"
 #include "wayloom/sim/SimPlatform.hpp"
 
+#include "backends/posix/FileDescriptor.hpp"
+#include "backends/posix/PosixFiles.hpp"
 #include "tools/common/Command.hpp"
 #include "tools/common/VenuePlans.hpp"
 
@@ -107,10 +111,27 @@ sim::Walk readWalk(Platform& platform, const Options& options, const sim::RadioW
   return std::move(*walk);
 }
 
+// A stream into an output; it has failed once nothing more can be written there or is wanted.
+class OutputStream : private std::streambuf, public std::ostream {
+ public:
+  explicit OutputStream(Output& output) : std::ostream(this), output_(output) {}
+
+ private:
+  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+    output_.write({bytes, static_cast<std::size_t>(count)});
+    return output_.flush() ? count : 0;
+  }
+
+  Output& output_;
+};
+
+// The walk may be long: it ends with the output.
+struct OutputEnded {};
+
 // Turns what the simulator tells into recorded events, times to the millisecond.
 class WalkRecorder {
  public:
-  WalkRecorder(double start, sim::RecordingWriter& writer) : start_(start), writer_(writer) {}
+  WalkRecorder(double start, std::ostream& out) : start_(start), out_(out), writer_(out) {}
 
   sim::RadioListener listener() {
     return {.frame = [this](double t, const ranging::IBeaconFrame& frame,
@@ -119,6 +140,9 @@ class WalkRecorder {
                           double accuracy) { record(t, coordinate, accuracy); },
             .truth = [this](double t, const sim::MapPoint& place) { record(t, place); }};
   }
+
+  void begin(std::uint64_t seed) { writer_.header({{"source", "wayloom simulate"}, {"seed", seed}}); }
+  void end() { writer_.flush(); }
 
  private:
   sim::RecordedEvent& begin(sim::RecordedType type, double t) {
@@ -132,7 +156,7 @@ class WalkRecorder {
     auto& event = begin(sim::RecordedType::advertisement, t);
     event.frame = frame;
     event.address = beacon.address;
-    writer_.write(event);
+    write();
   }
 
   void record(double t, const platform::CLLocationCoordinate2D& coordinate, double accuracy) {
@@ -140,7 +164,7 @@ class WalkRecorder {
     // Seven decimals of a degree are a centimetre.
     const auto rounded = [](double degrees) { return std::round(degrees * 1e7) / 1e7; };
     event.fix = {{rounded(coordinate.latitude), rounded(coordinate.longitude)}, accuracy, event.time};
-    writer_.write(event);
+    write();
   }
 
   void record(double t, const sim::MapPoint& place) {
@@ -148,47 +172,59 @@ class WalkRecorder {
     const auto rounded = [](double pixels) { return std::round(pixels * 1000.0) / 1000.0; };
     event.truth = {
         .mapId = place.mapId, .geographic = false, .coordinate = {}, .x = rounded(place.x), .y = rounded(place.y)};
-    writer_.write(event);
+    write();
+  }
+
+  void write() {
+    writer_.write(event_);
+    if (!out_) throw OutputEnded();
   }
 
   double start_;
-  sim::RecordingWriter& writer_;
+  std::ostream& out_;
+  sim::RecordingWriter writer_;
   sim::RecordedEvent event_;
 };
 
 // The Platform's files go by absolute paths.
 Options withAbsolutePaths(Options options) {
-  options.venue = std::filesystem::absolute(options.venue).string();
-  if (!options.walk.empty()) options.walk = std::filesystem::absolute(options.walk).string();
+  options.venue = posix::absolutePath(options.venue);
+  if (!options.walk.empty()) options.walk = posix::absolutePath(options.walk);
   return options;
 }
 
-void simulate(const Options& options, std::ostream& out) {
+void simulate(const Options& options) {
   sim::SimPlatform device({.venue = options.venue});
   Platform& platform = device.platform();
   const sim::VenueFrame frame = venueFrame(platform);
   const sim::RadioWorld world = readWorld(platform, options.venue, frame);
   const sim::Walk walk = readWalk(platform, options, world);
   const sim::WalkPath path(walk, frame, [&](const std::string& mapId) { return world.floorOf(mapId).elevation; });
-
-  sim::RecordingWriter writer(out);
-  writer.header({{"source", "wayloom simulate"}, {"seed", options.seed}});
-  WalkRecorder recorder(walk.start, writer);
-  sim::simulateRadio(world, path, frame, options.seed, recorder.listener());
-  writer.flush();
-  if (!out) throw CommandError{options.output + ": can't be written"};
+  const auto record = [&](Output& output) {
+    OutputStream stream(output);
+    WalkRecorder recorder(walk.start, stream);
+    recorder.begin(options.seed);
+    sim::simulateRadio(world, path, frame, options.seed, recorder.listener());
+    recorder.end();
+  };
+  if (options.output == "-") return record(standardOutput());
+  const posix::FileDescriptor file(::open(options.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (!file) throw CommandError{options.output + ": " + std::generic_category().message(errno)};
+  Output output(file.get(), Output::Buffering::none);
+  try {
+    record(output);
+  } catch (const OutputEnded&) {
+  }
+  if (output.failure() != 0)
+    throw CommandError{options.output + ": " + std::generic_category().message(output.failure())};
 }
 
 int run(const Options& given) {
-  const Options options = withAbsolutePaths(given);
   try {
-    if (options.output == "-") {
-      simulate(options, std::cout);
-    } else {
-      std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
-      simulate(options, file);
-    }
+    simulate(withAbsolutePaths(given));
     return kSucceeded;
+  } catch (const OutputEnded&) {
+    return kSucceeded;  // why, is looked at where all commands end
   } catch (const CommandError& error) {
     complain(error.reason);
     return kRunFailed;
