@@ -9,7 +9,6 @@ namespace wayloom::ranging {
 namespace {
 
 using platform::CLBeacon;
-using platform::CLBeaconRegion;
 using platform::CLBeaconRegionPtr;
 using platform::CLRegionState;
 using platform::Duration;
@@ -35,16 +34,8 @@ void BeaconRanger::startRanging(CLBeaconRegionPtr region, MonotonicTime now) {
   if (region) start(ranged_, std::move(region), now);
 }
 
-void BeaconRanger::stopRanging(const CLBeaconRegionPtr& region) {
-  if (region) stop(ranged_, *region);
-}
-
 void BeaconRanger::startMonitoring(CLBeaconRegionPtr region, MonotonicTime now) {
   if (region) start(monitored_, std::move(region), now);
-}
-
-void BeaconRanger::stopMonitoring(const CLBeaconRegionPtr& region) {
-  if (region) stop(monitored_, *region);
 }
 
 void BeaconRanger::start(RegionWatchList& list, CLBeaconRegionPtr region, MonotonicTime now) {
@@ -55,11 +46,11 @@ void BeaconRanger::start(RegionWatchList& list, CLBeaconRegionPtr region, Monoto
 }
 
 // Without ticks nothing sweeps, and nothing has been heard that is worth keeping.
-void BeaconRanger::stop(RegionWatchList& list, const CLBeaconRegion& region) {
+void BeaconRanger::stop(RegionWatchList& list, const std::string& identifier) {
   if (nextTick_)
-    list.stop(region.identifier());
+    list.stop(identifier);
   else
-    list.drop(region.identifier());
+    list.drop(identifier);
 }
 
 void BeaconRanger::requestState(const CLBeaconRegionPtr& region, MonotonicTime now) {

@@ -13,6 +13,7 @@
 #include <deque>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "wayloom/platform/CLBeaconRegion.hpp"
@@ -72,9 +73,9 @@ class BeaconRanger {
   BeaconRanger& operator=(const BeaconRanger&) = delete;
 
   void startRanging(platform::CLBeaconRegionPtr region, platform::MonotonicTime now);
-  void stopRanging(const platform::CLBeaconRegionPtr& region);
+  void stopRanging(const std::string& identifier) { stop(ranged_, identifier); }
   void startMonitoring(platform::CLBeaconRegionPtr region, platform::MonotonicTime now);
-  void stopMonitoring(const platform::CLBeaconRegionPtr& region);
+  void stopMonitoring(const std::string& identifier) { stop(monitored_, identifier); }
 
   // Tells the state of a monitored region at once: inside once it was heard; outside after exitSilence of listening
   // without hearing it; unknown before, and for a region that is not monitored.
@@ -120,7 +121,7 @@ class BeaconRanger {
   bool isIdle() const { return ranged_.empty() && monitored_.empty(); }
   platform::MonotonicTime advance(platform::MonotonicTime now);
   void start(RegionWatchList& list, platform::CLBeaconRegionPtr region, platform::MonotonicTime now);
-  void stop(RegionWatchList& list, const platform::CLBeaconRegion& region);
+  void stop(RegionWatchList& list, const std::string& identifier);
   void skipTicks(platform::MonotonicTime now);
   platform::Duration silence(const RegionWatch& watch, platform::MonotonicTime now) const;
   void discount(platform::Duration deaf, platform::MonotonicTime now);

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "wayloom/platform/CLCircularRegion.hpp"
-#include "wayloom/platform/CLLocationManagerDelegate.hpp"
+#include "wayloom/platform/CLLocation.hpp"
 #include "wayloom/platform/Time.hpp"
+
+#include "ranging/IdentifiedList.hpp"
 
 namespace wayloom::ranging {
 
@@ -36,7 +38,7 @@ class GeofenceMonitor {
   static constexpr platform::Duration kDwell = std::chrono::seconds(10);
 
   void start(CLCircularRegionPtr region);
-  // One that is started again unchanged before the next fix goes on as it was.
+  // One that is started again unchanged before the next fix but one goes on as it was.
   void stop(const std::string& identifier);
   // The state, now if it is known, and otherwise with the fix that decides it.
   std::optional<GeofenceNews> requestState(const std::string& identifier);
@@ -47,19 +49,16 @@ class GeofenceMonitor {
   struct Watch {
     CLCircularRegionPtr region;
     bool isActive = true;
+    bool isForgotten = false;  // with the next fix
     bool isAsked = false;
     platform::CLRegionState state = platform::CLRegionState::unknown;
     std::optional<platform::MonotonicTime>
         changingSince{};  // the first of the fixes in a row that speak for the other side
   };
 
-  Watch* find(const std::string& identifier);
   static platform::CLRegionState decide(Watch& watch, const platform::CLLocation& fix, platform::MonotonicTime now);
 
-  std::vector<Watch> watches_;
+  IdentifiedList<Watch> watches_;
 };
-
-// Great-circle distance in metres.
-double metresBetween(const platform::CLLocationCoordinate2D& a, const platform::CLLocationCoordinate2D& b);
 
 }  // namespace wayloom::ranging

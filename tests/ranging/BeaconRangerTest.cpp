@@ -310,7 +310,7 @@ TEST_F(BeaconRangerTest, RestsWhileThereIsNothingToDoAndKeepsItsSeconds) {
   hear(1, 1);
   pass(500ms);
   EXPECT_THAT(rangedIdentifiers(), ElementsAre("all"));
-  ranger.stopRanging(region("all"));
+  ranger.stopRanging("all");
   pass(2s);
   EXPECT_FALSE(ranger.nextTick());
   EXPECT_EQ(ranger.beaconCount(), 0U);
@@ -326,8 +326,8 @@ TEST_F(BeaconRangerTest, RegisteringTheSameRegionsAfreshChangesNothing) {
   pass(1s);
   const double accuracy = rangings[0].beacons[0].accuracy;
   now += 990ms;
-  ranger.stopMonitoring(region("all"));
-  ranger.stopRanging(region("all"));
+  ranger.stopMonitoring("all");
+  ranger.stopRanging("all");
   pass(20ms);  // and a tick
   hear(1, 1, -90);
   ranger.startMonitoring(region("all"), now);
@@ -348,8 +348,8 @@ TEST_F(BeaconRangerTest, RegisteringTheSameRegionsAfreshChangesNothing) {
   EXPECT_THAT(rangings[0].beacons, IsEmpty());
   EXPECT_EQ(ranger.beaconCount(), 0U);
 
-  ranger.stopMonitoring(region("all"));
-  ranger.stopRanging(region("all"));
+  ranger.stopMonitoring("all");
+  ranger.stopRanging("all");
   hear(2, 1);
   pass(1s);
   EXPECT_THAT(takeEvents(), IsEmpty());
@@ -360,8 +360,8 @@ TEST_F(BeaconRangerTest, CallbacksMayChangeRegionsHandInFramesAndTick) {
   ranger.startMonitoring(region("a"), now);
   ranger.startMonitoring(region("b", 1), now);
   onEntered = [this] {
-    ranger.stopMonitoring(region("a"));
-    ranger.stopMonitoring(region("b"));
+    ranger.stopMonitoring("a");
+    ranger.stopMonitoring("b");
     ranger.startMonitoring(region("c", 2), now);
     hear(2, 2);
   };
@@ -371,8 +371,8 @@ TEST_F(BeaconRangerTest, CallbacksMayChangeRegionsHandInFramesAndTick) {
   for (const auto* identifier : {"x", "y", "z"}) ranger.startRanging(region(identifier), now);
   onRanged = [this] {
     onRanged = nullptr;
-    ranger.stopRanging(region("x"));
-    ranger.stopRanging(region("y"));
+    ranger.stopRanging("x");
+    ranger.stopRanging("y");
     for (std::uint16_t minor = 1; minor < 30; ++minor) hear(1, minor);
     ranger.startRanging(region("w"), now);
     now += 1s;

@@ -9,6 +9,7 @@
 #include "wayloom/platform/CLCircularRegion.hpp"
 #include "wayloom/ranging/RangerLocationServices.hpp"
 
+#include "ranging/FixFilter.hpp"
 #include "tests/platform/HandDrivenTasks.hpp"
 
 namespace wayloom::ranging {
@@ -89,8 +90,11 @@ TEST_F(Geofence, IsEnteredAndLeftByFixesBeyondTheirUncertainty) {
   manager->stopMonitoringForRegion(manager->monitoredRegions().front());
   watch(100);
   EXPECT_THAT(take(), ElementsAre("state 1 yard"));
+  manager->stopMonitoringForRegion(manager->monitoredRegions().front());
+  fix(0, 10);  // comes in between
+  watch(100);
   fix(0, 10);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(take(), ElementsAre("state 1 yard"));
   watch(50);
   fix(0, 10);
   EXPECT_THAT(take(), ElementsAre("enter yard", "state 1 yard"));
@@ -144,6 +148,26 @@ TEST_F(Geofence, FixesAreFilteredByDistanceAndPlausibility) {
   tasks.run();
   fix(900, 5);
   EXPECT_EQ(fixes, 3U);
+}
+
+// What a receiver tells second by second, and how old it is then.
+TEST(FixFilterTest, ARememberedFirstFixHidesNoneThatIsFresher) {
+  constexpr auto start = std::chrono::hours(500'000);
+  const auto told = [&](const std::vector<Duration>& ages) {
+    FixFilter filter;
+    std::string marks;
+    for (std::size_t i = 0; i < ages.size(); ++i) {
+      const auto passed = std::chrono::seconds(i);
+      const CLLocation fix{kCenter, 5.0, CalendarTime(start + passed - ages[i])};
+      marks += filter.pass(fix, 10.0, MonotonicTime(passed)) ? 'x' : '.';
+    }
+    return marks;
+  };
+  EXPECT_EQ(told({15s, 16s, 0s, 1s, 1s, 0s}), "x.x...");
+  EXPECT_EQ(told({200s, 0s, 0s}), "xx.");
+  EXPECT_EQ(told({3h, 30s, 14s, 13s, 11s, 0s}), "xxx.xx");
+  EXPECT_EQ(told({1s, 0s, 2s, 500ms, 1500ms, 0s}), "x.....");
+  EXPECT_EQ(told({0s, 20s, 400s, 0s}), "x...");  // one from the past says nothing new
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <ctime>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -137,10 +138,66 @@ TEST_F(RangerLocationServicesTest, RegionsBelongToTheApplicationAndChangeAtOnce)
   tasks.pass(1s);
   EXPECT_THAT(take(), ElementsAre("b 1", "a 0"));
 
+  // A circle takes the place of the beacon region of its identifier, and the other way round.
+  const auto named = [](const char* identifier) {
+    return std::make_shared<CLCircularRegion>(CLLocationCoordinate2D{}, 10.0, identifier);
+  };
+  manager->startMonitoringForRegion(named("a"));
+  manager->startMonitoringForRegion(regionOfHouse("circle"));
+  EXPECT_EQ(manager->monitoredRegions().size(), 2U);
+  hear(7);
+  services->receiveFix({{}, 1.0, {}});
+  EXPECT_THAT(take(), ElementsAre("monitoring a", "monitoring circle", "enter circle", "enter a"));
+
+  // With nothing to do the clock rests.
+  EXPECT_EQ(tasks.timerCount(), 1U);
   for (const auto& monitored : manager->monitoredRegions()) manager->stopMonitoringForRegion(monitored);
   for (const auto& each : manager->rangedRegions()) manager->stopRangingBeaconsInRegion(each);
+  tasks.pass(2s);
+  EXPECT_EQ(tasks.timerCount(), 0U);
+  hear(7);
+  services->receiveFix({{}, 1.0, {}});
   tasks.pass(60s);
   EXPECT_THAT(take(), IsEmpty());
+  EXPECT_EQ(tasks.timerCount(), 0U);
+  manager->startRangingBeaconsInRegion(regionOfHouse("a"));
+  tasks.pass(1s);
+  EXPECT_THAT(take(), ElementsAre("a 0"));
+}
+
+// Regions of UUIDs of their own, regions that share one, and circles: registered, registered afresh and stopped.
+TEST_F(RangerLocationServicesTest, ManyRegionsComeAndGoInLinearTime) {
+  const auto microsecondsEach = [this](std::uint16_t count) {
+    std::vector<CLRegionPtr> regions;
+    for (std::uint16_t i = 0; i < count; ++i) {
+      auto bytes = kHouse.bytes();
+      bytes[0] = static_cast<std::uint8_t>(i);
+      bytes[1] = static_cast<std::uint8_t>(i >> 8U);
+      const auto number = std::to_string(i);
+      regions.push_back(std::make_shared<CLBeaconRegion>(UUID(bytes), std::nullopt, i, "own " + number));
+      regions.push_back(std::make_shared<CLBeaconRegion>(kHouse, std::nullopt, std::nullopt, "same " + number));
+      regions.push_back(std::make_shared<CLCircularRegion>(CLLocationCoordinate2D{}, 10.0, "circle " + number));
+    }
+    const auto start = std::clock();
+    for (const bool comes : {true, true, false}) {
+      for (const auto& region : regions) {
+        const auto beacons = std::dynamic_pointer_cast<const CLBeaconRegion>(region);
+        comes ? manager->startMonitoringForRegion(region) : manager->stopMonitoringForRegion(region);
+        if (beacons && comes) manager->startRangingBeaconsInRegion(beacons);
+        if (beacons && !comes) manager->stopRangingBeaconsInRegion(beacons);
+      }
+      tasks.run();
+      EXPECT_EQ(manager->monitoredRegions().size(), comes ? regions.size() : 0U);
+    }
+    tasks.pass(2s);
+    log.clear();
+    return 1e6 * static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC / count;
+  };
+  for (int i = 0; i < 2; ++i) {  // before the first frame, and after it
+    const double few = microsecondsEach(500);
+    EXPECT_LT(microsecondsEach(8000), 4 * few);  // 16 times as much in quadratic time
+    hear(1);
+  }
 }
 
 TEST_F(RangerLocationServicesTest, ManagersAndServicesMayGoInACallback) {

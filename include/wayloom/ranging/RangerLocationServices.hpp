@@ -8,18 +8,12 @@
 #include "wayloom/platform/LocationServices.hpp"
 #include "wayloom/platform/Tasks.hpp"
 #include "wayloom/platform/Time.hpp"
+#include "wayloom/ranging/FixRequest.hpp"
 #include "wayloom/ranging/IBeaconFrame.hpp"
 
 namespace wayloom::ranging {
 
-// What the location managers that update locations want between them; a radio for fixes need not do more. Circles that
-// are monitored want fixes, too, and all of them.
-struct FixRequest {
-  double desiredAccuracy = platform::kCLLocationAccuracyBestForNavigation;  // metres, the most demanding
-  double distanceFilter = 0.0;                                              // metres, the smallest
-
-  bool operator==(const FixRequest&) const = default;
-};
+class LocationHub;
 
 // Location services on top of the beacon ranger: what every backend whose radio delivers raw frames shares. It keeps
 // the application's monitored and ranged regions, drives the ranger once a second on the main queue from the first
@@ -43,16 +37,19 @@ class RangerLocationServices : public platform::LocationServices {
   void receive(const IBeaconFrame& frame);
   void receive(const IBeaconFrame& frame, platform::MonotonicTime receivedAt);
   // One fix of a receiver, as it comes. It may enter and leave monitored circles; each manager that updates locations
-  // is told it when it lies beyond the manager's distance filter, or when the manager has been told none for a minute
-  // (so that who stands still does not grow old). One that can't be (coordinates out of range, an accuracy that is no
-  // positive number) is dropped.
+  // is told it when it lies beyond the manager's distance filter, when the manager has been told none for a minute (so
+  // that who stands still does not grow old), or when it is fresher by 2 s than the one told last was then (so that a
+  // remembered first fix does not hide those that follow). One that can't be (coordinates out of range, an accuracy
+  // that is no positive number) is dropped.
   void receiveFix(const platform::CLLocation& fix);
-  // Whether the scanner works, as far as is known (initially true). Say false only of what keeps advertisements away for
-  // certain: it is off, gone, refused, or resting. A scan that is restarted because little or nothing was heard works;
-  // otherwise regions would never be left where restarts are frequent. While it does not work, silence ends no region.
+  // Whether the scanner works, as far as is known (initially true). Say false only of what keeps advertisements away
+  // for certain: it is off, gone, refused, or resting. A scan that is restarted because little or nothing was heard
+  // works; otherwise regions would never be left where restarts are frequent. While it does not work, silence ends no
+  // region.
   void setScanning(bool scanning);
-  // How long nothing must be heard of a region before it counts as left, whatever else is heard; default 30 s. Deaf time
-  // of the scanner, and of a process that was suspended, does not count and takes back as much of the silence before it.
+  // How long nothing must be heard of a region before it counts as left, whatever else is heard; default 30 s. Deaf
+  // time of the scanner, and of a process that was suspended, does not count and takes back as much of the silence
+  // before it.
   void setExitSilence(platform::Duration silence);
 
   // What a platform, or a recording of one, reports by itself; handed to the delegates as it is.
@@ -75,9 +72,7 @@ class RangerLocationServices : public platform::LocationServices {
   void setBeaconRequestObserver(std::function<void(bool)> observer);
 
  private:
-  struct State;
-  class Manager;
-  std::shared_ptr<State> state_;
+  std::shared_ptr<LocationHub> hub_;
 };
 
 }  // namespace wayloom::ranging
