@@ -32,16 +32,17 @@ std::optional<FixRequest> LocationClients::fixRequest(std::optional<FixRequest> 
 
 bool LocationClients::tellFix(const platform::CLLocation& fix, platform::MonotonicTime now) {
   bool isTold = false;
-  forEach([&](LocationClient& client) {
-    if (client.delegate == nullptr) return;
+  for (const auto& client : *clients()) {
     std::unique_lock lock(mutex_);
-    const bool isWanted = client.updatesLocation;
-    const double distance = client.fixRequest.distanceFilter;
+    const bool isWanted = client->updatesLocation;
+    const double distance = client->fixRequest.distanceFilter;
     lock.unlock();
-    if (!isWanted || !client.fixFilter.pass(fix, distance, now)) return;
+    if (!isWanted || client->delegate.get() == nullptr || !client->fixFilter.pass(fix, distance, now)) continue;
     isTold = true;
-    client.delegate->locationManagerDidUpdateLocations(client.manager, {&fix, 1});
-  });
+    client->delegate.tell([&](auto& delegate) {
+      delegate.locationManagerDidUpdateLocations(client->manager, {&fix, 1});
+    });
+  }
   return isTold;
 }
 

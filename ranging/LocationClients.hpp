@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "wayloom/platform/CLLocationManager.hpp"
-#include "wayloom/platform/TaskScope.hpp"
+#include "wayloom/platform/DelegateSlot.hpp"
 #include "wayloom/ranging/FixRequest.hpp"
 
 #include "ranging/FixFilter.hpp"
@@ -16,12 +16,9 @@ namespace wayloom::ranging {
 
 // One of them.
 struct LocationClient {
-  platform::CLLocationManager* manager = nullptr;
-  std::weak_ptr<platform::TaskScope::State> scope;  // the manager's
-
-  // Main thread.
-  platform::CLLocationManagerDelegate* delegate = nullptr;
-  FixFilter fixFilter{};
+  platform::CLLocationManager* manager = nullptr;  // lives as long as the delegate is set
+  platform::DelegateSlot<platform::CLLocationManagerDelegate> delegate{};
+  FixFilter fixFilter{};  // main thread
 
   // Under the lock of LocationClients.
   FixRequest fixRequest{};
@@ -47,12 +44,11 @@ class LocationClients {
   std::optional<FixRequest> fixRequest(std::optional<FixRequest> base) const;
 
   // Main thread. Calls `call(delegate, manager)` for each client that has a delegate, under no lock: managers may come
-  // and go meanwhile. One that has gone is not called, and one that another thread wants to destroy waits for its call.
+  // and go meanwhile.
   template <class Call>
   void tell(Call call) {
-    forEach([&](LocationClient& client) {
-      if (client.delegate != nullptr) call(*client.delegate, client.manager);
-    });
+    for (const auto& client : *clients())
+      client->delegate.tell([&](auto& delegate) { call(delegate, client->manager); });
   }
 
   // Main thread. Tells a fix to those who update locations and whose filter it passes; whether there were any.
@@ -61,14 +57,10 @@ class LocationClients {
  private:
   using Clients = std::vector<LocationClientPtr>;
 
-  // The list is held, not copied.
-  template <class Call>
-  void forEach(Call call) const {
-    std::unique_lock lock(mutex_);
-    const auto held = clients_;
-    lock.unlock();
-    for (const auto& client : *held)
-      if (const platform::TaskScope::Guard guard(client->scope); guard) call(*client);
+  // Held during a walk, not copied.
+  std::shared_ptr<const Clients> clients() const {
+    const std::lock_guard lock(mutex_);
+    return clients_;
   }
 
   mutable std::mutex mutex_;

@@ -11,12 +11,14 @@ class Manager : public platform::CLLocationManager {
  public:
   explicit Manager(std::shared_ptr<LocationHub> hub) : hub_(std::move(hub)) {
     client_->manager = this;
-    client_->scope = scope_.weak();
     hub_->addClient(client_);
   }
-  ~Manager() override { hub_->removeClient(client_); }
+  ~Manager() override {
+    client_->delegate.set(nullptr);
+    hub_->removeClient(client_);
+  }
 
-  void setDelegate(platform::CLLocationManagerDelegate* delegate) override { client_->delegate = delegate; }
+  void setDelegate(platform::CLLocationManagerDelegate* delegate) override { client_->delegate.set(delegate); }
 
   // There is nobody to ask on these systems: the status is what setAuthorizationStatus() says.
   void requestAlwaysAuthorization() override {}
@@ -57,7 +59,6 @@ class Manager : public platform::CLLocationManager {
  private:
   std::shared_ptr<LocationHub> hub_;
   LocationClientPtr client_ = std::make_shared<LocationClient>();
-  platform::TaskScope scope_;
 };
 
 }  // namespace
