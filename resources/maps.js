@@ -12,7 +12,13 @@
   const DOT_PICTURE_MS = 30; // between pictures while only the dot moves, which costs half and looks the same
   const STREAM_PICTURE_MS = 45; // the same when positions come as fast as pictures
   const LARGEST_CIRCLE = 4096;
+  const FRAME_SIDE = 8192;
   const ZOOM_MS = 200;
+  const REST_MS = 100; // without a move
+  const FIRST_TILE = 256;
+  const TURN_MS = 16; // of painting without a break
+  const TILE_MS = 80; // what a tile may take
+  const RETRIES_MS = [100, 400, 1000, 3000]; // pauses before a plan that could not be loaded is tried again
   const OLD_AFTER_MS = 10000;
   const MOST_AREAS = 100;
   const FARTHEST = 1e7;
@@ -101,28 +107,35 @@
   }
 
   // The plan as pictures: one of the whole sheet, coarse, and above it one of what the screen shows, sharp. While the map
-  // moves, both are only moved; the sharp one is painted again when it has rested, and now and then on the way.
+  // moves, both are only moved; the sharp one is painted again when it has rested, and now and then on the way. A picture
+  // is painted in tiles and short tasks, beside the one on show: a plan of 100 000 shapes takes a second, in which fingers
+  // and the dot want to move.
   class Plan {
     constructor(overview, detail) {
       this.overview = overview;
       this.detail = detail;
+      this.spare = document.createElement('canvas'); // the next sharp picture, until it is complete
+      this.tile = document.createElement('canvas');
+      this.original = document.createElement('canvas'); // the tile before it is darkened
+      this.tileSide = FIRST_TILE; // canvas pixels
+      this.work = null; // the picture that is being painted
+      this.timer = 0;
       this.areas = [];
       this.image = null;
       this.grid = null;
-      this.painted = null;
-      this.timer = 0;
+      this.painted = null; // what the sharp picture shows
+      this.overviewScale = 0; // 0 before there is one
+      this.seen = null; // the view at the last drawing
+      this.movedAt = -Infinity;
+      this.isStale = true; // both pictures have to be painted again, at once
       this.size = { width: 1, height: 1 };
       this.sheet = this.size;
       this.paintMilliseconds = 0;
       this.paintedAt = -Infinity;
     }
 
-    // A canvas that has as many pixels as the screen has under it.
-    static resize(canvas, width, height, ratio) {
-      canvas.width = Math.max(1, Math.round(width * ratio));
-      canvas.height = Math.max(1, Math.round(height * ratio));
-      canvas.style.width = canvas.width / ratio + 'px';
-      canvas.style.height = canvas.height / ratio + 'px';
+    static agree(one, other) {
+      return one.scale === other.scale && one.x === other.x && one.y === other.y;
     }
 
     static fill(context, operation, colour, { x, y, width, height }) {
@@ -147,15 +160,29 @@
       }
     }
 
-    // A light plan becomes a dark one of the same hues: turned to its negative, then given its own colour back.
-    darken(context, scale, part) {
+    // A light plan becomes a dark one of the same hues: turned to its negative, then given its own colour back. Where it
+    // is transparent, it stays so.
+    darken(context, part) {
+      const original = this.original;
+      original.width = this.tile.width;
+      original.height = this.tile.height;
+      original.getContext('2d').drawImage(this.tile, 0, 0);
+      const drawOriginal = (operation) => {
+        context.save();
+        context.setTransform(1, 0, 0, 1, 0, 0);
+        context.globalCompositeOperation = operation;
+        context.drawImage(original, 0, 0);
+        context.restore();
+      };
+      Plan.fill(context, 'destination-over', '#fff', part);
       Plan.fill(context, 'difference', '#fff', part);
-      context.globalCompositeOperation = 'color';
-      this.paintContent(context, scale, part);
+      drawOriginal('color');
       Plan.fill(context, 'screen', '#20242b', part);
+      drawOriginal('destination-in');
     }
 
     paintAreas(context, scale) {
+      context.globalCompositeOperation = 'source-over';
       context.fillStyle = 'rgba(255, 171, 0, .3)';
       context.strokeStyle = darkness.matches ? '#ffc04d' : '#c77700';
       context.lineWidth = 2.5 / scale;
@@ -169,89 +196,162 @@
       }
     }
 
-    // scale, x, y as in a view; ratio: canvas pixels to a screen pixel. What lies beside the sheet is cut off in one
-    // step at the end: an edge between two pixels that is drawn several times would show.
-    paint(canvas, { scale, x, y }, ratio) {
-      const context = canvas.getContext('2d');
-      const part = { x: -x / scale, y: -y / scale, width: canvas.width / ratio / scale, height: canvas.height / ratio / scale };
-      context.setTransform(scale * ratio, 0, 0, scale * ratio, x * ratio, y * ratio);
-      Plan.fill(context, 'source-over', '#fff', part);
+    // Of a picture the pixels from (left, top) on, into the tile. What lies beside the sheet is cut off in one step at the
+    // end: an edge between two pixels that is drawn several times would show.
+    paintTile({ scale, x, y, ratio }, left, top, width, height) {
+      this.tile.width = width;
+      this.tile.height = height;
+      const context = this.tile.getContext('2d');
+      const part = { x: (left / ratio - x) / scale, y: (top / ratio - y) / scale, width: width / ratio / scale, height: height / ratio / scale };
+      context.setTransform(scale * ratio, 0, 0, scale * ratio, x * ratio - left, y * ratio - top);
       this.paintContent(context, scale, part);
-      if (darkness.matches) this.darken(context, scale, part);
-      context.globalCompositeOperation = 'source-over';
+      if (darkness.matches) this.darken(context, part);
       this.paintAreas(context, scale);
       Plan.fill(context, 'destination-in', '#000', { x: 0, y: 0, ...this.sheet });
     }
 
-    paintOverview() {
-      const scale = 1024 / Math.max(this.sheet.width, this.sheet.height);
-      this.overviewScale = scale;
-      Plan.resize(this.overview, this.sheet.width * scale, this.sheet.height * scale, 1);
-      this.paint(this.overview, { scale, x: 0, y: 0 }, 1);
+    // picture: scale, x, y as in a view, the size in screen pixels, and canvas pixels to a screen pixel. view: what the
+    // picture has to agree with in the end, if anything.
+    begin(canvas, picture, view, done) {
+      canvas.width = Math.max(1, Math.round(picture.width * picture.ratio));
+      canvas.height = Math.max(1, Math.round(picture.height * picture.ratio));
+      this.work = { canvas, picture, view, done, left: 0, top: 0, height: this.tileSide, milliseconds: 0 };
+      this.proceed();
     }
 
-    paintDetail(view) {
+    // Tiles for a short while, then the others have their turn, for as long while the map moves. Copying a tile makes the browser draw it, so
+    // that its time is known. A picture that somebody has moved away from meanwhile, to rest elsewhere, is given up.
+    proceed() {
+      const { work } = this;
+      const start = performance.now();
+      this.timer = 0;
+      if (work.view && !Plan.agree(work.picture, work.view) && start - this.movedAt > REST_MS) {
+        this.beginDetail(work.view);
+        return;
+      }
+      for (let before = start, spent = 0; work.top < work.canvas.height && before - start < TURN_MS; before += spent) {
+        const width = Math.min(this.tileSide, work.canvas.width - work.left);
+        const height = Math.min(work.height, work.canvas.height - work.top);
+        this.paintTile(work.picture, work.left, work.top, width, height);
+        work.canvas.getContext('2d').drawImage(this.tile, work.left, work.top);
+        work.left += width;
+        if (work.left >= work.canvas.width) Object.assign(work, { left: 0, top: work.top + height, height: this.tileSide });
+        spent = performance.now() - before;
+        this.fitTile(spent);
+      }
+      const spent = performance.now() - start;
+      work.milliseconds += spent;
+      if (work.top < work.canvas.height) {
+        const isMoving = start - this.movedAt < REST_MS;
+        this.timer = window.setTimeout(() => this.proceed(), isMoving ? Math.max(4, spent) : 4);
+      } else {
+        this.work = null;
+        work.done(work);
+      }
+    }
+
+    // A browser goes through all shapes for every tile: so tiles are as large as they may be.
+    fitTile(milliseconds) {
+      if (milliseconds < TURN_MS) this.tileSide = Math.min(2 * this.tileSide, 4096);
+      else if (milliseconds > TILE_MS) this.tileSide = Math.max(this.tileSide / 2, 128);
+    }
+
+    stop() {
       window.clearTimeout(this.timer);
       this.timer = 0;
-      const ratio = window.devicePixelRatio;
-      const begin = performance.now();
-      if (!this.painted || this.painted.width !== view.width || this.painted.height !== view.height || this.painted.ratio !== ratio) {
-        Plan.resize(this.detail, view.width, view.height, ratio);
-      }
-      this.paint(this.detail, view, ratio);
-      this.painted = { scale: view.scale, x: view.x, y: view.y, width: view.width, height: view.height, ratio };
+      this.work = null;
+    }
+
+    beginOverview(view) {
+      const scale = 1024 / Math.max(this.sheet.width, this.sheet.height);
+      this.overviewScale = scale;
+      this.begin(this.overview, { scale, x: 0, y: 0, width: this.sheet.width * scale, height: this.sheet.height * scale, ratio: 1 }, null, () => this.draw(view));
+    }
+
+    beginDetail(view) {
+      const { scale, x, y, width, height } = view;
+      this.begin(this.spare, { scale, x, y, width, height, ratio: window.devicePixelRatio }, view, (work) => {
+        this.showDetail(work);
+        this.draw(view);
+      });
+    }
+
+    showDetail({ canvas, picture, milliseconds }) {
+      this.detail.width = canvas.width;
+      this.detail.height = canvas.height;
+      this.detail.style.width = canvas.width / picture.ratio + 'px';
+      this.detail.style.height = canvas.height / picture.ratio + 'px';
+      this.detail.getContext('2d').drawImage(canvas, 0, 0);
+      this.painted = picture;
       this.paintedAt = performance.now();
-      this.paintMilliseconds = this.paintedAt - begin;
+      this.paintMilliseconds = milliseconds;
+    }
+
+    setImage(image) {
+      this.image = image;
+      this.tileSide = FIRST_TILE; // nobody knows yet how long one takes
     }
 
     repaint(view) {
-      this.paintOverview();
-      this.paintDetail(view);
+      this.stop();
+      this.isStale = true;
+      this.draw(view);
     }
 
     isSharp(view) {
-      const was = this.painted;
-      return was.ratio === window.devicePixelRatio && was.scale === view.scale && was.x === view.x && was.y === view.y;
-    }
-
-    // At most a sixth of the time goes into painting.
-    sharpenSoon(view) {
-      if (this.timer) return;
-      const due = this.paintedAt + Math.max(100, 6 * this.paintMilliseconds);
-      this.timer = window.setTimeout(() => {
-        this.paintDetail(view);
-        this.move(view);
-      }, Math.max(0, due - performance.now()));
+      return this.painted.ratio === window.devicePixelRatio && Plan.agree(this.painted, view);
     }
 
     // The coarse picture is needed only where the fine one doesn't reach; left out, it costs nothing behind the dot.
     move(view) {
-      this.overview.style.visibility = this.isSharp(view) ? 'hidden' : 'visible';
+      this.overview.style.visibility = this.isSharp(view) || !this.overviewScale ? 'hidden' : 'visible';
       const growth = view.scale / this.painted.scale;
       const coarse = view.scale / this.overviewScale;
-      this.overview.style.transform = `matrix(${coarse}, 0, 0, ${coarse}, ${view.x}, ${view.y})`;
+      if (this.overviewScale) this.overview.style.transform = `matrix(${coarse}, 0, 0, ${coarse}, ${view.x}, ${view.y})`;
       this.detail.style.transform = `matrix(${growth}, 0, 0, ${growth}, ${view.x - growth * this.painted.x}, ${view.y - growth * this.painted.y})`;
     }
 
+    // Moves the pictures, and has the next one painted if nothing is being painted: first what the screen shows.
     draw(view) {
-      if (!this.painted) this.repaint(view);
-      this.move(view);
-      if (!this.isSharp(view)) this.sharpenSoon(view);
+      if (!this.seen || !Plan.agree(this.seen, view)) {
+        this.seen = { scale: view.scale, x: view.x, y: view.y };
+        this.movedAt = performance.now();
+      }
+      if (this.painted) this.move(view);
+      if (this.work || this.timer) return;
+      if (this.isStale) {
+        this.isStale = false;
+        this.overviewScale = 0;
+        this.beginDetail(view);
+      } else if (!this.overviewScale) {
+        this.beginOverview(view);
+      } else if (!this.isSharp(view)) {
+        this.sharpenSoon(view);
+      }
+    }
+
+    sharpenSoon(view) {
+      const due = this.paintedAt + Math.max(REST_MS, this.paintMilliseconds);
+      this.timer = window.setTimeout(() => {
+        this.timer = 0;
+        this.beginDetail(view);
+      }, Math.max(0, due - performance.now()));
     }
   }
 
   // The device's position, with a circle that it lies in.
   class Dot {
-    constructor(marker, circle, announce) {
+    constructor(marker, circle, frame, announce) {
       this.marker = marker;
       this.circle = circle;
+      this.frame = frame; // the sheet, which cuts the circle off
       this.both = $([marker, circle]);
       this.announce = announce;
       this.at = null;
       this.circleSize = 0;
       this.timer = 0;
       this.updated = 0;
-      this.old = false;
+      this.isOutdated = false;
     }
 
     update(position, animator, smooth) {
@@ -264,7 +364,7 @@
       animator.run('dot', milliseconds, (part) => {
         this.at = part === 1 ? position : { x: mix(from.x, position.x, part), y: mix(from.y, position.y, part), radius: mix(from.radius, position.radius, part) };
       }, pause < 100 ? STREAM_PICTURE_MS : DOT_PICTURE_MS);
-      this.stayYoung();
+      this.restartAge();
     }
 
     appear(position) {
@@ -284,10 +384,10 @@
     }
 
     // One timer for many updates: it looks how old the last one is.
-    stayYoung() {
-      if (this.old) {
-        this.old = false;
-        this.both.removeClass('old');
+    restartAge() {
+      if (this.isOutdated) {
+        this.isOutdated = false;
+        this.both.removeClass('outdated');
         $(this.marker).attr('aria-label', 'Your position');
       }
       if (!this.timer) this.watch(OLD_AFTER_MS);
@@ -298,44 +398,51 @@
         this.timer = 0;
         const left = this.updated + OLD_AFTER_MS - performance.now();
         if (left > 0) this.watch(left);
-        else this.grow();
+        else this.markOutdated();
       }, milliseconds);
     }
 
-    grow() {
-      this.old = true;
-      this.both.addClass('old');
+    markOutdated() {
+      this.isOutdated = true;
+      this.both.addClass('outdated');
       $(this.marker).attr('aria-label', 'Your position, out of date');
       this.announce('Your position is out of date.');
     }
 
-    // The circle is a box of a size near the wanted one, painted once and then only scaled.
-    drawCircle(view, screen) {
-      const size = 2 * this.at.radius * view.scale;
+    // The circle is a box of a size near the wanted one, painted once and then only scaled, like the frame around it.
+    drawCircle({ sheet, scale, x, y }) {
+      const size = 2 * this.at.radius * scale;
       if (size < this.circleSize / 2 || (size > this.circleSize && this.circleSize < LARGEST_CIRCLE)) {
         this.circleSize = clamp(Math.pow(2, Math.ceil(Math.log2(size))), 1, LARGEST_CIRCLE);
         this.circle.style.width = this.circle.style.height = this.circleSize + 'px';
       }
-      const growth = size / this.circleSize;
-      this.circle.style.transform = `matrix(${growth}, 0, 0, ${growth}, ${screen.x - size / 2}, ${screen.y - size / 2})`;
+      // A browser cuts off at whole pixels of the frame before it is scaled: so there are many of them.
+      const fineness = FRAME_SIDE / Math.max(sheet.width, sheet.height);
+      const [width, height] = [sheet.width * fineness + 'px', sheet.height * fineness + 'px'];
+      if (this.frame.style.width !== width) this.frame.style.width = width;
+      if (this.frame.style.height !== height) this.frame.style.height = height;
+      this.frame.style.transform = `matrix(${scale / fineness}, 0, 0, ${scale / fineness}, ${x}, ${y})`;
+      const growth = 2 * this.at.radius * fineness / this.circleSize;
+      const [left, top] = [(this.at.x - this.at.radius) * fineness, (this.at.y - this.at.radius) * fineness];
+      this.circle.style.transform = `matrix(${growth}, 0, 0, ${growth}, ${left}, ${top})`;
     }
 
     draw(view) {
       if (!this.at) return;
       const screen = view.toScreen(this.at);
       this.marker.style.transform = `translate(${screen.x}px, ${screen.y}px)`;
-      this.drawCircle(view, screen);
+      this.drawCircle(view);
     }
   }
 
-  // Loads the first of the files that is a picture, or answers none.
+  // Loads the first of the files that is a picture, and tells it with its name; nothing when none is.
   function loadPicture(files, done) {
     if (files.length === 0) {
       done(null);
       return;
     }
     const picture = new Image();
-    picture.onload = () => done(picture);
+    picture.onload = () => done(picture, files[0]);
     picture.onerror = () => loadPicture(files.slice(1), done);
     picture.src = encodeURIComponent(files[0]);
   }
@@ -346,7 +453,7 @@
       this.view = new View();
       this.animator = new Animator(() => this.draw());
       this.plan = new Plan($('#overview')[0], $('#detail')[0]);
-      this.dot = new Dot($('#marker')[0], $('#uncertainty')[0], (text) => $('#news').text(text));
+      this.dot = new Dot($('#marker')[0], $('#uncertainty')[0], $('#sheet')[0], (text) => $('#news').text(text));
       this.following = true;
       this.fitted = true; // the whole sheet is shown, and stays so when the window changes
       this.goal = 0; // the scale that a glide ends at
@@ -358,7 +465,19 @@
       this.resize();
       this.listen();
       if (this.parameters.dot) this.setDot(this.parameters.dot, false);
-      loadPicture(this.parameters.files, (picture) => (picture ? this.showPlan(picture) : this.showGrid()));
+      this.loadPlan(RETRIES_MS);
+    }
+
+    // A plan that an update replaces just now is missing for a moment, before which nobody needs to hear of it.
+    loadPlan(pauses) {
+      loadPicture(this.parameters.files, (picture, name) => {
+        if (picture) {
+          this.showPlan(picture, name);
+          return;
+        }
+        if (pauses.length < RETRIES_MS.length && !this.plan.grid) this.showGrid();
+        if (pauses.length > 0) window.setTimeout(() => this.loadPlan(pauses.slice(1)), pauses[0]);
+      });
     }
 
     listen() {
@@ -372,11 +491,12 @@
       darkness.addEventListener('change', () => this.repaint());
     }
 
-    showPlan(picture) {
-      const name = this.parameters.files[0].replace(/\.[^.]*$/, '');
+    showPlan(picture, file) {
+      const name = file.replace(/\.[^.]*$/, '');
+      $('#message').text('');
       $('#detail').attr('aria-label', 'Floor plan ' + name);
       document.title = name;
-      this.plan.image = picture;
+      this.plan.setImage(picture);
       this.setSheet(picture.naturalWidth > 0 ? { width: picture.naturalWidth, height: picture.naturalHeight } : null);
       this.repaint();
     }
@@ -386,7 +506,7 @@
       $('#detail').attr('aria-label', 'Grid in place of a missing floor plan');
       loadPicture(['grid.svg'], (picture) => {
         this.plan.grid = picture;
-        this.repaint();
+        if (!this.plan.image) this.repaint();
       });
     }
 
@@ -406,7 +526,7 @@
       this.view.height = window.innerHeight;
       if (this.fitted) this.fit(0);
       else this.view.place(this.view.limited(this.view.scale), middle, this.view.middle());
-      if (this.plan.painted) this.repaint();
+      this.repaint();
     }
 
     repaint() {

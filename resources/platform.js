@@ -8,6 +8,7 @@ var platform = (function (purl) {
   const ENTRY_START = new RegExp('&(?=(?:' + NAMES.join('|') + ')=)');
   const NUMBER = /^-?\d{1,7}(\.\d{1,6})?$/;
   const SCHEME = 'quembly:';
+  const ESCAPED = '#escaped'; // behind an address in whose query the program escaped the values
 
   function clamp(value, low, high) {
     return Math.min(Math.max(value, low), high);
@@ -17,13 +18,18 @@ var platform = (function (purl) {
     return Math.hypot(one.x - other.x, one.y - other.y);
   }
 
-  // The text behind the first "?". Whoever makes the address escapes nothing, and purl reads plain characters only: so
-  // all others are escaped for it, escapes included, and decoding gives back the very text of the address.
+  // The text between the first "?" and a sign that a program set behind it. purl reads plain characters only: so all
+  // others are escaped for it, escapes included, and decoding gives back the very text of the address.
   function query(address) {
     const start = address.indexOf('?');
     if (start < 0) return '';
-    const plain = address.slice(start + 1).replace(/[^\w=&-]/g, (c) => '%' + c.charCodeAt(0).toString(16).padStart(2, '0'));
+    const end = isEscaped(address) ? address.length - ESCAPED.length : address.length;
+    const plain = address.slice(start + 1, end).replace(/[^\w=&-]/g, (c) => '%' + c.charCodeAt(0).toString(16).padStart(2, '0'));
     return purl('/?' + plain).search || '';
+  }
+
+  function isEscaped(address) {
+    return address.endsWith(ESCAPED);
   }
 
   // Name to raw value. A value may hold "&" and "=": an entry ends only where one of the known names begins. The first
@@ -57,10 +63,12 @@ var platform = (function (purl) {
     return name.length > 0 && name.length <= 255 && name !== '.' && name !== '..' && !/[/\\\u0000-\u001f]/.test(name);
   }
 
-  // The browser escapes some characters of an address and leaves others: a "%20" may stand for a blank or for itself.
-  function fileNames(text) {
+  // In a plain address a name is taken as it stands. But the browser has escaped some of its characters and left others:
+  // a "%20" may stand for a blank, when there is no such file.
+  function fileNames(text, escaped) {
     if (text === undefined) return [];
-    return [...new Set([unescaped(text), text])].filter(isPlainName);
+    const names = escaped ? [unescaped(text)] : [text, unescaped(text)];
+    return [...new Set(names)].filter(isPlainName);
   }
 
   function size(found, name) {
@@ -241,15 +249,15 @@ var platform = (function (purl) {
         if (distance(point, this.tap.screen) <= this.tap.slop) return;
         this.tap = null;
       }
-      const before = this.hold();
+      const before = this.grip();
       known.forEach(([id, point]) => this.contacts.set(id, point));
-      const now = this.hold();
+      const now = this.grip();
       this.trail = [...this.trail.slice(-20), { ...now, time: performance.now() }];
       this.listener.drag(before, now, before.spread > 0 ? now.spread / before.spread : 1);
     }
 
     // The middle of the fingers and how far they are apart from it.
-    hold() {
+    grip() {
       const points = [...this.contacts.values()];
       const x = points.reduce((sum, point) => sum + point.x, 0) / points.length;
       const y = points.reduce((sum, point) => sum + point.y, 0) / points.length;
@@ -322,7 +330,7 @@ var platform = (function (purl) {
     // Sizes and positions are null where the address gives none that makes sense; lengths are standard pixels.
     parameters(address) {
       const found = entries(address);
-      return { map: size(found, 'map'), crop: size(found, 'crop'), dot: position(found), files: fileNames(found.get('map-file')) };
+      return { map: size(found, 'map'), crop: size(found, 'crop'), dot: position(found), files: fileNames(found.get('map-file'), isEscaped(address)) };
     },
 
     // The program sees the navigation and refuses it, so the page stays. Of two in one task only the last would arrive:

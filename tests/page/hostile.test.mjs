@@ -42,6 +42,23 @@ test('odd names of plans that do exist are found', async () => {
   await screen.close();
 });
 
+test('of names that differ by an escape each is taken literally, in a plain address and in one that says it is escaped', async () => {
+  const blue = { ...red, colour: BLUE };
+  addFile('twin%20plan.svg', plan({ width: 900, height: 600, marks: [red] }));
+  addFile('twin plan.svg', plan({ width: 900, height: 600, marks: [blue] }));
+  addFile('alone%20.svg', plan({ width: 900, height: 600, marks: [blue] }));
+  const screen = await openMap('about:blank');
+  const plain = (name) => address({ ...sizes, 'map-file': name });
+  const escaped = (name) => `${plain(encodeURIComponent(name))}#escaped`;
+  for (const [url, colour] of [[plain('twin%20plan.svg'), RED], [escaped('twin%20plan.svg'), RED], [escaped('twin plan.svg'), BLUE], [escaped('alone .svg'), null]]) {
+    await screen.show('about:blank');
+    await screen.show(url);
+    await screen.settle();
+    for (const each of [RED, BLUE]) assert.equal(Boolean(await screen.find(each)), each === colour, `${url} ${each}`);
+  }
+  await screen.close();
+});
+
 test('a plan with a script in it is a picture', async () => {
   addFile('scripted.svg', plan({ width: 900, height: 600, marks: [red] }).replace('</svg>', '<script>top.pwned = 1; location = "quembly:x"</script><image href="http://localhost:1/x.png" width="9" height="9"/></svg>'));
   const screen = await openMap(address({ ...sizes, 'map-file': 'scripted.svg' }));

@@ -45,6 +45,47 @@ test('the first picture of the plan is there within 0.7 s of loading', async (t)
   assert.ok(Math.min(...times) < 700);
 });
 
+// The longest time in which the page did nothing else, while a hand pans and zooms.
+function longestStall(screen) {
+  return screen.page.evaluate(async () => {
+    const plan = document.getElementById('map');
+    const point = (type, x, y) => plan.dispatchEvent(new PointerEvent(type, { pointerId: 1, pointerType: 'mouse', button: 0, clientX: x, clientY: y }));
+    plan.setPointerCapture = () => {};
+    let [last, longest] = [performance.now(), 0];
+    const { port1, port2 } = new MessageChannel();
+    port1.onmessage = () => {
+      const now = performance.now();
+      [longest, last] = [Math.max(longest, now - last), now];
+      port2.postMessage(0);
+    };
+    port2.postMessage(0);
+    plan.dispatchEvent(new WheelEvent('wheel', { deltaY: -200, clientX: 400, clientY: 300 }));
+    point('pointerdown', 400, 300);
+    for (let step = 0; step < 60; step += 1) {
+      point('pointermove', 400 + 150 * Math.sin(step / 6), 300 + 2 * step);
+      await new Promise((resume) => { setTimeout(resume, 16); });
+    }
+    point('pointerup', 400, 420);
+    await new Promise((resume) => { setTimeout(resume, 1500); });
+    port1.close();
+    return longest;
+  });
+}
+
+test('a plan of 100 000 shapes stalls nothing for more than a tenth of a second', async (t) => {
+  const colour = (i) => `#${(i * 2654435761 % 16777216).toString(16).padStart(6, '0')}`;
+  const shapes = Array.from({ length: 100000 }, (_, i) => `<rect x="${(i * 7919) % 4980}" y="${(i * 104729) % 4983}" width="12" height="9" fill="${colour(i)}"/>`);
+  addFile('crowded.svg', `<svg xmlns="http://www.w3.org/2000/svg" width="5000" height="5000">${shapes.join('')}</svg>`);
+  const screen = await openMap(address({ 'map-width': 5000, 'map-height': 5000, 'crop-width': 5000, 'crop-height': 5000, 'map-file': 'crowded.svg' }));
+  await screen.page.waitForFunction(() => document.title === 'crowded');
+  await screen.page.waitForTimeout(3000);
+  const stalls = [];
+  for (let run = 0; run < 12 && (run < 2 || Math.min(...stalls) >= 100); run += 1) stalls.push(await longestStall(screen));
+  t.diagnostic(`longest stalls ${stalls.map((stall) => stall.toFixed(0)).join(', ')} ms`);
+  assert.ok(Math.min(...stalls) < 100);
+  await screen.close();
+});
+
 // Of a core, while some seconds pass.
 async function cost(screen, seconds) {
   const [before, start] = [processorTime(), performance.now()];
