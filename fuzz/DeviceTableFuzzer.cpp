@@ -1,5 +1,5 @@
 // News of Bluetooth devices in any order: properties of any value, manufacturer data of any length, devices that come
-// and go. A report must be a measurement of the frame that its device sent last.
+// and go. A report must be a measurement of the iBeacon frame that its device sent last, with no other format since.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -50,6 +50,7 @@ linux_::DeviceUpdate newsIn(Input& input) {
   if ((what & 2U) != 0) news.setRssi(-static_cast<int>(input.byte()));
   news.rssiGone = (what & 4U) != 0;
   if ((what & 8U) != 0) news.addManufacturerData((what & 16U) != 0 ? 0x0059 : 0x004C, input.bytes(input.byte() % 64));
+  if ((what & 32U) != 0) news.addOtherData();
   return news;
 }
 
@@ -58,7 +59,7 @@ linux_::DeviceUpdate newsIn(Input& input) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   Input input(bytes, size);
   linux_::DeviceTable table(kCapacity);
-  std::map<std::string, ranging::IBeaconFrame> sent;  // by each device, last
+  std::map<std::string, std::optional<ranging::IBeaconFrame>> sent;  // by each device, last; none of another format
   platform::MonotonicTime now;
   while (!input.isEmpty()) {
     const auto path = pathOf(input);
@@ -67,12 +68,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
       continue;
     }
     const auto news = newsIn(input);
-    if (news.beacon) sent[path] = *news.beacon;
+    if (news.mentionsData) sent[path] = news.beacon;
     const auto report = table.update(path, news, now);
     if (table.size() > kCapacity) std::abort();
     if (!report) continue;
     if (report->frame.rssi >= 0 || report->frame.rssi < -127) std::abort();
-    if (report->frame.identity != sent.at(path).identity || report->frame.power != sent.at(path).power) std::abort();
+    const auto& frame = sent.at(path).value();
+    if (report->frame.identity != frame.identity || report->frame.power != frame.power) std::abort();
     if (report->sender != linux_::addressInPath(path)) std::abort();
   }
   return 0;

@@ -1,10 +1,14 @@
 #include "wayloom/platform/Platform.hpp"
 
+#include "wayloom/platform/LogUser.hpp"
+
 namespace wayloom::platform {
 
 Platform::Platform(PlatformServices services)
     : services_(std::move(services)),
-      notificationQueue_(std::make_unique<NotificationQueue>(notificationCenter_, *services_.tasks)) {}
+      notificationQueue_(std::make_unique<NotificationQueue>(notificationCenter_, *services_.tasks)) {
+  if (auto* user = dynamic_cast<LogUser*>(services_.location.get())) user->setLog(services_.systemLog);
+}
 
 Platform::~Platform() {
   while (const auto last = takeLastInstance()) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "backends/linux/AdvertisementMonitor.hpp"
 #include "backends/linux/BusValues.hpp"
 
 namespace wayloom::linux_ {
@@ -32,6 +33,7 @@ DeviceUpdate readDevice(sdbus::Message& message) {
     if (key == "RSSI" && readVariant(message, "n", rssi)) return update.setRssi(rssi);
     if (key == "RSSI") return;
     if (key == "ManufacturerData") return readManufacturerData(message, update);
+    if (key == "ServiceData" || key == "AdvertisingData") update.addOtherData();
     skipVariant(message);
   });
   return update;
@@ -48,12 +50,25 @@ AdapterUpdate readAdapter(sdbus::Message& message) {
   return update;
 }
 
+AdapterUpdate readMonitorManager(sdbus::Message& message) {
+  AdapterUpdate update;
+  forEachProperty(message, [&](std::string_view key) {
+    std::vector<std::string> types;
+    if (key != "SupportedMonitorTypes") return skipVariant(message);
+    if (readVariant(message, "as", types))
+      update.hasMonitors = std::find(types.begin(), types.end(), kMonitorType) != types.end();
+  });
+  return update;
+}
+
 void readInterface(sdbus::Message& message, const std::string& interface, const std::string& path,
                    const ObjectListener& listener) {
   if (interface == kDeviceInterface)
     listener.device(path, readDevice(message));
   else if (interface == kAdapterInterface)
     listener.adapter(path, readAdapter(message));
+  else if (interface == kMonitorManagerInterface)
+    listener.adapter(path, readMonitorManager(message));
   else
     forEachProperty(message, [&](std::string_view) { skipVariant(message); });
 }

@@ -21,6 +21,7 @@ inline constexpr const char* kObjectManagerInterface = "org.freedesktop.DBus.Obj
 struct AdapterUpdate {
   std::optional<bool> powered;
   std::optional<bool> discovering;
+  std::optional<bool> hasMonitors{};  // takes advertisement monitors
 };
 
 struct ObjectListener {

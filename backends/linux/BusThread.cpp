@@ -17,6 +17,10 @@ using platform::Duration;
 using std::chrono::milliseconds;
 
 constexpr int kMostMessagesAPass = 1000;
+// Messages are left to pile up until there are about this many. The socket between holds some 170 of them: where more
+// come before it is read, the bus has to keep them back, and what it keeps grows for as long as that goes on.
+constexpr int kMessagesAPass = 100;
+constexpr Duration kShortestPause = milliseconds(1);
 constexpr int kNoTimeout = -1;
 
 std::unique_ptr<sdbus::IConnection> openConnection(const std::string& address) {
@@ -116,12 +120,23 @@ void BusThread::pass() {
 
 void BusThread::readMessages() {
   int count = 0;
+  bool isLost = false;
   try {
     while (count < kMostMessagesAPass && bus_->connection->processPendingRequest()) ++count;
   } catch (const sdbus::Error&) {
-    return reopen();
+    isLost = true;
   }
-  if (count > 0 && count < kMostMessagesAPass) nextRead_ = posix::PosixMonotonicClock().now() + options_.gathering;
+  client_.messagesRead();
+  if (isLost) return reopen();
+  if (count > 0 && count < kMostMessagesAPass) pauseAfter(count);
+}
+
+// As long as the messages take to become kMessagesAPass, at the rate at which they came since the last pass.
+void BusThread::pauseAfter(int messages) {
+  const auto now = posix::PosixMonotonicClock().now();
+  const auto pause = std::min(now - lastRead_, Duration(std::chrono::minutes(1))) * kMessagesAPass / messages;
+  lastRead_ = now;
+  nextRead_ = now + std::min(std::max(pause, kShortestPause), options_.gathering);
 }
 
 void BusThread::connect() {

@@ -28,6 +28,7 @@ class BusClient {
   // After busOpened, while the connection object still exists: nothing of it may be kept.
   virtual void busLost() = 0;
   virtual void busUnavailable(const std::string& reason) = 0;  // each time that it can't be opened
+  virtual void messagesRead() {}                               // after the last message of those that had arrived
 
  protected:
   ~BusClient() = default;
@@ -35,7 +36,7 @@ class BusClient {
 
 struct BusThreadOptions {
   std::string address;           // empty: the system bus
-  platform::Duration gathering;  // how long messages pile up before they are read
+  platform::Duration gathering;  // how long messages pile up before they are read, at most
   platform::Duration retry;      // between attempts to open the bus
 };
 
@@ -65,6 +66,7 @@ class BusThread {
   void run();
   void pass();
   void readMessages();
+  void pauseAfter(int messages);
   void connect();
   void connected(std::unique_ptr<OpenBus> bus, const std::string& failure);
   void close();
@@ -76,6 +78,7 @@ class BusThread {
   std::shared_ptr<Waiter> waiter_;
   std::unique_ptr<OpenBus> bus_;
   std::unique_ptr<platform::Timer> retry_;
+  platform::MonotonicTime lastRead_;
   platform::MonotonicTime nextRead_;
   std::atomic<bool> ending_ = false;
   std::thread thread_;

@@ -16,9 +16,8 @@ void DeviceUpdate::setRssi(int value) {
 }
 
 void DeviceUpdate::addManufacturerData(std::uint16_t company, std::span<const std::uint8_t> data) {
-  if (company != kBeaconCompany) return;
   mentionsData = true;
-  beacon = ranging::IBeaconFrame::parse(company, data, 0);
+  if (company == kBeaconCompany) beacon = ranging::IBeaconFrame::parse(company, data, 0);
 }
 
 DeviceAddress addressInPath(std::string_view path) {
@@ -36,7 +35,8 @@ DeviceAddress addressInPath(std::string_view path) {
 std::optional<BeaconReport> DeviceTable::update(std::string_view path, const DeviceUpdate& news,
                                                 platform::MonotonicTime now) {
   const auto* device = take(path, news);
-  if (device == nullptr || !device->rssi || (!news.rssi && !news.beacon)) return std::nullopt;
+  if (device == nullptr || !device->sentBeaconLast || !device->rssi || (!news.rssi && !news.beacon))
+    return std::nullopt;
   BeaconReport report{device->frame, now, device->address};
   report.frame.rssi = *device->rssi;
   return report;
@@ -45,13 +45,10 @@ std::optional<BeaconReport> DeviceTable::update(std::string_view path, const Dev
 // The device after the news; null when it is none that sends iBeacon frames.
 DeviceTable::Device* DeviceTable::take(std::string_view path, const DeviceUpdate& news) {
   const auto found = index_.find(path);
-  if (found != index_.end() && news.mentionsData && !news.beacon) {
-    remove(path);
-    return nullptr;
-  }
   if (found == index_.end() && !news.beacon) return nullptr;
   const auto device = found == index_.end() ? insert(path) : found->second;
   devices_.splice(devices_.begin(), devices_, device);
+  if (news.mentionsData) device->sentBeaconLast = news.beacon.has_value();
   if (news.beacon) device->frame = *news.beacon;
   if (news.rssiGone) device->rssi.reset();
   if (news.rssi) device->rssi = news.rssi;
@@ -63,7 +60,7 @@ DeviceTable::Devices::iterator DeviceTable::insert(std::string_view path) {
     index_.erase(devices_.back().path);
     devices_.pop_back();
   }
-  devices_.push_front({std::string(path), addressInPath(path), {}, {}});
+  devices_.push_front({std::string(path), addressInPath(path)});
   index_.emplace(devices_.front().path, devices_.begin());
   return devices_.begin();
 }

@@ -18,24 +18,29 @@ namespace wayloom::linux_ {
 struct DeviceUpdate {
   std::optional<int> rssi;  // a measurement, -127 to -1 dBm
   bool rssiGone = false;
-  bool mentionsData = false;                      // manufacturer data of the beacons' company
-  std::optional<ranging::IBeaconFrame> beacon{};  // that data, when it is an iBeacon frame; its rssi means nothing
+  bool mentionsData = false;                      // what was advertised, of any format
+  std::optional<ranging::IBeaconFrame> beacon{};  // an iBeacon frame among that data; its rssi means nothing
 
   // 0, 127 and what else is no measurement counts for nothing.
   void setRssi(int value);
   void addManufacturerData(std::uint16_t company, std::span<const std::uint8_t> data);
+  void addOtherData() { mentionsData = true; }
 
   bool isEmpty() const { return !rssi && !rssiGone && !mentionsData; }
 };
 
-// Remembers what each device sends, because a message tells only what has changed. Bounded: a newcomer to a full table
-// takes the place of the device that was silent for longest. Devices that never sent an iBeacon frame take no place.
+// Remembers what each device sends, because a message tells only what has changed. Many beacons send frames of several
+// formats in turn, each perhaps with a power of its own: a strength belongs to the format that its message mentions, or
+// else to the one that was mentioned last.
+//
+// Bounded: a newcomer to a full table takes the place of the device that was silent for longest. Devices that never
+// sent an iBeacon frame take no place.
 class DeviceTable {
  public:
   explicit DeviceTable(std::size_t capacity) : capacity_(capacity) {}
 
   // Takes the news in. A report when they mean that an iBeacon frame was received: a frame with its strength, a
-  // strength of a device whose frame is known, or a frame of a device whose strength has not changed.
+  // strength alone of a device that sent an iBeacon frame last, or a frame of a device whose strength has not changed.
   std::optional<BeaconReport> update(std::string_view path, const DeviceUpdate& news, platform::MonotonicTime now);
   // The same for what was known before: never a report.
   void remember(std::string_view path, const DeviceUpdate& news) { take(path, news); }
@@ -48,8 +53,9 @@ class DeviceTable {
   struct Device {
     std::string path;
     DeviceAddress address;
-    ranging::IBeaconFrame frame;
-    std::optional<int> rssi;
+    ranging::IBeaconFrame frame{};  // the last one
+    std::optional<int> rssi{};      // told last, of whatever format
+    bool sentBeaconLast = true;     // rather than another format
   };
   using Devices = std::list<Device>;  // the one heard last in front
 

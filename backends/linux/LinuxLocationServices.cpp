@@ -7,6 +7,7 @@
 #include "wayloom/posix/PosixClocks.hpp"
 
 #include "backends/linux/BluezCentral.hpp"
+#include "backends/linux/TroubleLog.hpp"
 
 namespace wayloom::linux_ {
 namespace {
@@ -42,7 +43,8 @@ class LinuxLocationServices::Radio : public ScannerListener,
         std::shared_ptr<platform::LogSink> log)
       : services_(&services),
         tasks_(std::move(tasks)),
-        log_(std::move(log)),
+        radioLog_(log),
+        fixLog_(std::move(log)),
         central_(std::make_shared<BluezCentral>(tasks_)) {}
 
   void start(BluezOptions bluez, GeoClueOptions geoClue) {
@@ -64,13 +66,10 @@ class LinuxLocationServices::Radio : public ScannerListener,
 
   void fixesChanged(const FixStatus& status) override {
     const auto keepAlive = shared_from_this();
-    if (isTrouble(status.condition)) {
-      hadFixTrouble_ = true;
-      log_->write(fmt::format("{} {}", sentence(status), advice(status.condition)));
-      services_->deliverFailure({kLocationDomain, static_cast<int>(status.condition), sentence(status)});
-    } else if (status.condition == FixCondition::fixing && std::exchange(hadFixTrouble_, false)) {
-      log_->write("There are geographic fixes again.");
-    }
+    if (status.condition == FixCondition::fixing) fixLog_.end("There are geographic fixes again.");
+    if (!isTrouble(status.condition)) return;
+    begin(fixLog_, status);
+    services_->deliverFailure({kLocationDomain, static_cast<int>(status.condition), sentence(status)});
   }
 
   void wantFixes(bool wanted) { fixes_->setWanted(wanted); }
@@ -88,10 +87,17 @@ class LinuxLocationServices::Radio : public ScannerListener,
     const bool isNews = std::exchange(condition_, status.condition) != status.condition;
     central_->setState(centralState(status.condition));
     services_->setScanning(status.listening);
-    if (isNews) log(status);
+    if (isNews && isTrouble(status.condition)) begin(radioLog_, status);
+    if (!isTrouble(status.condition) && status.condition != RadioCondition::starting)
+      radioLog_.end("Bluetooth works again.");
     if (const auto observer = radioObserver_) observer(status);
     if (services_ != nullptr) authorise(status.condition);
     if (isNews && services_ != nullptr) report(status);
+  }
+
+  void setLog(const std::shared_ptr<platform::LogSink>& log) {
+    radioLog_.setSink(log);
+    fixLog_.setSink(log);
   }
 
   void scanAlways() {
@@ -116,13 +122,10 @@ class LinuxLocationServices::Radio : public ScannerListener,
   }
 
  private:
-  void log(const RadioStatus& status) {
-    if (isTrouble(status.condition)) {
-      hadTrouble_ = true;
-      log_->write(fmt::format("{} {}", sentence(status), advice(status.condition)));
-    } else if (status.condition != RadioCondition::starting && std::exchange(hadTrouble_, false)) {
-      log_->write("Bluetooth works again.");
-    }
+  template <class Status>
+  static void begin(TroubleLog& log, const Status& status) {
+    log.begin(static_cast<int>(status.condition), fmt::format("{} {}", sentence(status), advice(status.condition)),
+              monotonicClock().now());
   }
 
   void authorise(RadioCondition condition) {
@@ -140,11 +143,10 @@ class LinuxLocationServices::Radio : public ScannerListener,
 
   LinuxLocationServices* services_;  // null when they have gone
   std::shared_ptr<platform::TaskScheduler> tasks_;
-  std::shared_ptr<platform::LogSink> log_;
+  TroubleLog radioLog_;
+  TroubleLog fixLog_;
   std::shared_ptr<BluezCentral> central_;
   std::optional<RadioCondition> condition_;
-  bool hadTrouble_ = false;
-  bool hadFixTrouble_ = false;
   bool scansAlways_ = false;
   std::function<void(const RadioStatus&)> radioObserver_;
   std::function<void(std::span<const BeaconReport>)> reportObserver_;
@@ -170,6 +172,8 @@ LinuxLocationServices::~LinuxLocationServices() {
 }
 
 std::shared_ptr<platform::CBCentralManager> LinuxLocationServices::bluetooth() const { return radio_->central(); }
+
+void LinuxLocationServices::setLog(std::shared_ptr<platform::LogSink> log) { radio_->setLog(log); }
 
 void LinuxLocationServices::scanAlways() { radio_->scanAlways(); }
 

@@ -47,6 +47,12 @@ ScanDriver::ScanDriver(BluezOptions options, ScanCallbacks callbacks)
   bus_.start(matches());
 }
 
+void ScanDriver::Adapter::take(const AdapterUpdate& update) {
+  powered = update.powered.value_or(powered);
+  discovering = update.discovering.value_or(discovering);
+  hasMonitors = update.hasMonitors.value_or(hasMonitors);
+}
+
 // What the bus tells.
 
 std::vector<BusMatch> ScanDriver::matches() {
@@ -89,7 +95,9 @@ void ScanDriver::onObjects(sdbus::Message& message) {
   if (message.getMemberName() != "InterfacesRemoved") return;
   const auto path = readInterfacesRemoved(message);
   devices_.remove(path);
-  if (adapters_.erase(path) > 0) reconsiderSoon();
+  if (adapters_.erase(path) == 0) return;
+  if (path == adapter_) status_.hasMonitor = false;  // another of its name may come before this is reconsidered
+  reconsiderSoon();
 }
 
 void ScanDriver::onProperties(sdbus::Message& message) {
@@ -98,21 +106,24 @@ void ScanDriver::onProperties(sdbus::Message& message) {
 
 void ScanDriver::adapterTold(const std::string& path, const AdapterUpdate& update) {
   if (!path.starts_with(kPathPrefix)) return;
-  auto& adapter = adapters_[path];
-  adapter.powered = update.powered.value_or(adapter.powered);
-  adapter.discovering = update.discovering.value_or(adapter.discovering);
+  adapters_[path].take(update);
   reconsiderSoon();
 }
 
 void ScanDriver::deviceTold(const std::string& path, const DeviceUpdate& update) {
   if (!isOnAdapter(path) || update.isEmpty()) return;
   const auto at = now();
-  if (update.rssi || update.beacon) lastHeard_ = at;
-  if (const auto report = devices_.update(path, update, at); report && wanted_) callbacks_.heard(*report);
+  if (update.rssi || update.mentionsData) lastHeard_ = at;
+  if (const auto report = devices_.update(path, update, at); report && wanted_) reports_.push_back(*report);
   if (isQuiet_ && update.rssi && status_.listening) {
     isQuiet_ = false;
     setStatus(RadioCondition::scanning);
   }
+}
+
+void ScanDriver::messagesRead() {
+  if (!reports_.empty()) callbacks_.heard(reports_);
+  reports_.clear();
 }
 
 // The steps.
@@ -125,12 +136,18 @@ void ScanDriver::setWanted(bool wanted) {
 
 void ScanDriver::busOpened(sdbus::IConnection& connection) {
   calls_.open(connection);
+  try {
+    monitor_.emplace(connection);
+  } catch (const sdbus::Error&) {
+    monitor_.reset();  // it can be done without
+  }
   findDaemon();
 }
 
 void ScanDriver::busLost() {
   forgetDaemon();
   calls_.close();
+  monitor_.reset();
   setStatus(RadioCondition::noBus, "the connection was lost");
 }
 
@@ -172,6 +189,8 @@ void ScanDriver::forgetDaemon() {
   calls_.abandon();
   owner_.clear();
   adapters_.clear();
+  isListed_ = false;
+  status_.hasMonitor = false;
   adapter_.clear();
   devices_.clear();
 }
@@ -179,6 +198,7 @@ void ScanDriver::forgetDaemon() {
 void ScanDriver::listObjects() {
   stopListening();
   calls_.abandon();
+  isListed_ = false;
   calls_.call(
       {kBluez, "/", kObjectManagerInterface, "GetManagedObjects"}, options_.callTimeout, {},
       [this](sdbus::Message& reply) {
@@ -186,10 +206,11 @@ void ScanDriver::listObjects() {
         devices_.clear();
         readManagedObjects(
             reply, {[&](const std::string& path, const AdapterUpdate& update) {
-                      adapters[path] = {update.powered.value_or(false), update.discovering.value_or(false)};
+                      if (path.starts_with(kPathPrefix)) adapters[path].take(update);
                     },
                     [&](const std::string& path, const DeviceUpdate& update) { devices_.remember(path, update); }});
         adapters_ = std::move(adapters);
+        isListed_ = true;
         return [this] { reconsider(); };
       },
       [this](const BusFailure& failure) { fail("its objects can't be listed", failure); });
@@ -216,11 +237,15 @@ std::string ScanDriver::chooseAdapter() const {
   return adapters_.empty() ? std::string() : adapters_.begin()->first;
 }
 
-// Compares what is with what should be. Called whenever one of them has changed.
+// Compares what is with what should be. Called whenever one of them has changed. Before the service has told what
+// there is, nothing can be said of it.
 void ScanDriver::reconsider() {
-  if (owner_.empty()) return;
+  if (owner_.empty() || !isListed_) return;
   const auto chosen = chooseAdapter();
-  if (std::exchange(adapter_, chosen) != chosen) stopListening();
+  if (std::exchange(adapter_, chosen) != chosen) {
+    status_.hasMonitor = false;
+    stopListening();
+  }
   status_.adapter = lastComponent(adapter_);
   if (adapter_.empty()) return setStatus(RadioCondition::noAdapter, options_.adapter);
   const auto& adapter = adapters_[adapter_];
@@ -245,13 +270,39 @@ void ScanDriver::callAdapter(const char* method, const BusCalls::Fill& fill, pla
       [next = std::move(next)](sdbus::Message&) { return next; }, std::move(fail));
 }
 
-// A scan of ours that still runs would make the service refuse another, so it is ended first; that there is none is no
-// failure.
+void ScanDriver::callMonitors(const char* method, platform::Task next, BusCalls::Fail fail) {
+  calls_.call(
+      {kBluez, adapter_, kMonitorManagerInterface, method}, options_.callTimeout,
+      [](sdbus::Message& call) { call << sdbus::ObjectPath(AdvertisementMonitor::kRoot); },
+      [next = std::move(next)](sdbus::Message&) { return next; }, std::move(fail));
+}
+
+// The way from here takes a fraction of a second. A scan that is restarted counts as listening meanwhile: if every
+// restart interrupted the silence of a region, none would be left where restarts are frequent.
 void ScanDriver::startScan() {
   timer_.reset();
-  if (!isQuiet_) stopListening();
   isStarting_ = true;
   calls_.abandon();
+  if (monitor_ && adapters_[adapter_].hasMonitors && !status_.hasMonitor) return registerMonitor();
+  endEarlierScan();
+}
+
+// Before the scan, because the controller is told when a scan begins whether to drop duplicates. The scan does without
+// a monitor where there can be none.
+void ScanDriver::registerMonitor() {
+  const auto goOn = [this](bool isRegistered) {
+    status_.hasMonitor = isRegistered;
+    endEarlierScan();
+  };
+  callMonitors(
+      "RegisterMonitor", [goOn] { goOn(true); },
+      [goOn](const BusFailure& failure) { goOn(failure.name.ends_with(".AlreadyExists")); });
+}
+
+// A scan of ours that still runs would make the service refuse another, so it is ended first; that there is none is no
+// failure. With the end of a scan the service forgets the beacons of it, and tells each as a new object when it is
+// heard again.
+void ScanDriver::endEarlierScan() {
   callAdapter(
       "StopDiscovery", {}, [this] { setFilter(); },
       [this](const BusFailure& failure) {
@@ -289,6 +340,7 @@ void ScanDriver::stopScan() {
     calls_.abandon();
     callAdapter("StopDiscovery", {}, {}, [](const BusFailure&) {});
   }
+  if (std::exchange(status_.hasMonitor, false)) callMonitors("UnregisterMonitor", {}, [](const BusFailure&) {});
   setStatus(RadioCondition::resting);
 }
 
@@ -300,16 +352,13 @@ void ScanDriver::stopListening() {
   tell();
 }
 
-// Restarts a scan that hears nothing at all. Only the first restart of a quiet spell counts as an interruption: when a
-// fresh scan is as silent as the one before, most likely there is nothing to hear, and regions have to be left.
+// Restarts a scan that hears nothing at all: scans do fall silent while they claim to run. Most often, though, nothing
+// is there, and regions have to be left in time: neither the silence nor the restart is an interruption.
 void ScanDriver::watch() {
   later(std::max(lastHeard_ + options_.watchdog - now(), Duration::zero()), [this] {
     if (now() < lastHeard_ + options_.watchdog) return watch();
-    if (!isQuiet_) {
-      stopListening();
-      setStatus(RadioCondition::silent);
-      isQuiet_ = true;
-    }
+    isQuiet_ = true;
+    setStatus(RadioCondition::silent);
     startScan();
   });
 }
@@ -336,7 +385,7 @@ void ScanDriver::setStatus(RadioCondition condition, std::string detail) {
 
 void ScanDriver::tell() {
   const auto gist = [](const RadioStatus& status) {
-    return std::tie(status.condition, status.listening, status.adapter);
+    return std::tie(status.condition, status.listening, status.hasMonitor, status.adapter);
   };
   if (gist(status_) == gist(told_)) return;
   told_ = status_;

@@ -6,11 +6,13 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "wayloom/linux/BluezScanner.hpp"
 
+#include "backends/linux/AdvertisementMonitor.hpp"
 #include "backends/linux/BluezMessages.hpp"
 #include "backends/linux/BusCalls.hpp"
 #include "backends/linux/BusThread.hpp"
@@ -20,14 +22,15 @@ namespace wayloom::linux_ {
 
 // Called on the bus thread.
 struct ScanCallbacks {
-  std::function<void(const BeaconReport&)> heard;
+  std::function<void(std::span<const BeaconReport>)> heard;  // at most once for the messages that are read together
   std::function<void(const RadioStatus&)> changed;
 };
 
 // The way to a running scan:
 //
 //   open the bus -> find the service's owner -> list its objects -> choose an adapter that is powered
-//     -> StopDiscovery (of an earlier attempt) -> SetDiscoveryFilter -> StartDiscovery -> listen
+//     -> RegisterMonitor (where the adapter takes monitors) -> StopDiscovery (of an earlier attempt)
+//     -> SetDiscoveryFilter -> StartDiscovery -> listen
 //
 // Each step that fails is tried again from the list of objects on, ever more slowly up to a limit. What can only end by
 // an event (no service, no adapter, no power) waits for its signal. At most one call is under way.
@@ -41,11 +44,15 @@ class ScanDriver final : public BusClient {
   void busOpened(sdbus::IConnection& connection) override;
   void busLost() override;
   void busUnavailable(const std::string& reason) override;
+  void messagesRead() override;
 
  private:
   struct Adapter {
     bool powered = false;
     bool discovering = false;
+    bool hasMonitors = false;  // takes advertisement monitors
+
+    void take(const AdapterUpdate& update);
   };
 
   std::vector<BusMatch> matches();
@@ -66,6 +73,8 @@ class ScanDriver final : public BusClient {
   std::string chooseAdapter() const;
 
   void startScan();
+  void registerMonitor();
+  void endEarlierScan();
   void setFilter();
   void startDiscovery();
   void scanStarted();
@@ -74,6 +83,7 @@ class ScanDriver final : public BusClient {
   void watch();
 
   void callAdapter(const char* method, const BusCalls::Fill& fill, platform::Task next, BusCalls::Fail fail);
+  void callMonitors(const char* method, platform::Task next, BusCalls::Fail fail);
   void fail(const char* doing, const BusFailure& failure);
   void later(platform::Duration delay, platform::Task task);
   void forgetDaemon();
@@ -89,16 +99,19 @@ class ScanDriver final : public BusClient {
   RadioStatus told_;   // what the callback had last
   std::string owner_;  // unique name of the service; empty: it does not run
   std::map<std::string, Adapter> adapters_;
-  std::string adapter_;  // path of the one that scans
+  bool isListed_ = false;  // the adapters are known
+  std::string adapter_;    // path of the one that scans
   DeviceTable devices_;
+  std::vector<BeaconReport> reports_;  // of the messages that are being read
   bool isStarting_ = false;
   bool isReconsidering_ = false;
-  bool isQuiet_ = false;  // nothing has been heard since the watchdog last barked
+  bool isQuiet_ = false;  // nothing has been heard since the watchdog restarted the scan
   platform::MonotonicTime lastHeard_;
   platform::Duration retryDelay_;
   std::unique_ptr<platform::Timer> timer_;  // the next thing to do by itself: a retry, or a look of the watchdog
   BusThread bus_;
   BusCalls calls_{bus_};
+  std::optional<AdvertisementMonitor> monitor_;  // while the bus is open
 };
 
 }  // namespace wayloom::linux_

@@ -10,6 +10,8 @@ namespace {
 constexpr const char* kDevice = "org.bluez.Device1";
 constexpr const char* kAdapter = "org.bluez.Adapter1";
 constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
+constexpr const char* kMonitorManager = "org.bluez.AdvertisementMonitorManager1";
+constexpr const char* kMonitor = "org.bluez.AdvertisementMonitor1";
 
 std::string adapterPath(const std::string& name) { return "/org/bluez/" + name; }
 
@@ -37,10 +39,10 @@ sdbus::Variant manufacturerData(const std::vector<std::uint8_t>& bytes, std::uin
   return sdbus::Variant(std::map<std::uint16_t, sdbus::Variant>{{company, sdbus::Variant(bytes)}});
 }
 
-FakeBluez::FakeBluez(const std::string& busAddress, bool hasAdapter)
-    : connection_(sdbus::createSessionBusConnectionWithAddress(busAddress)) {
+FakeBluez::FakeBluez(const std::string& busAddress, Monitors monitors)
+    : connection_(sdbus::createSessionBusConnectionWithAddress(busAddress)), monitors_(monitors) {
   connection_->addObjectManager("/", sdbus::floating_slot);
-  if (hasAdapter) exportAdapter(adapterPath("hci0"));
+  exportAdapter(adapterPath("hci0"));
   connection_->requestName("org.bluez");
   thread_ = std::thread([this] { run(); });
 }
@@ -65,6 +67,7 @@ void FakeBluez::run() {
     while (!ending_) loop_.runDue();  // the bus has gone
   }
   repeating_.reset();
+  monitoring_.reset();
   adapters_.clear();
   remembered_.clear();
   connection_.reset();
@@ -117,8 +120,56 @@ void FakeBluez::exportAdapter(const std::string& path) {
   };
   property("Powered", [this, path] { return adapters_.at(path).powered; });
   property("Discovering", [this] { return discovering_.load(); });
+  if (monitors_ == Monitors::taken) exportMonitorManager(*object);
   object->finishRegistration();
   adapters_[path] = {true, std::move(object)};
+}
+
+void FakeBluez::exportMonitorManager(sdbus::IObject& object) {
+  object.registerMethod(kMonitorManager, "RegisterMonitor", "o", "", [this](sdbus::MethodCall call) {
+    if (spoil(call)) return;
+    sdbus::ObjectPath root;
+    call >> root;
+    if (faults_.refusesMonitors) return refuse(call, "org.bluez.Error.Failed");
+    if (!monitor().empty()) return refuse(call, "org.bluez.Error.AlreadyExists");
+    lookAtMonitor(root, std::move(call));
+  });
+  object.registerMethod(kMonitorManager, "UnregisterMonitor", "o", "", [this](sdbus::MethodCall call) {
+    const std::lock_guard lock(mutex_);
+    if (std::exchange(monitor_, {}).empty()) return refuse(call, "org.bluez.Error.DoesNotExist");
+    answer(call);
+  });
+  object.registerProperty(kMonitorManager, "SupportedMonitorTypes", "as",
+                          [](sdbus::PropertyGetReply& reply) { reply << std::vector<std::string>{"or_patterns"}; });
+}
+
+// As the real one does before it answers: lists what there is below the root, and tells the monitor that it is active.
+void FakeBluez::lookAtMonitor(const sdbus::ObjectPath& root, sdbus::MethodCall call) {
+  const auto client = call.getSender();
+  using Pattern = sdbus::Struct<std::uint8_t, std::uint8_t, std::vector<std::uint8_t>>;
+  using Objects = std::map<sdbus::ObjectPath, std::map<std::string, Properties>>;
+  monitoring_ = sdbus::createProxy(*connection_, client, root);
+  monitoring_->callMethodAsync("GetManagedObjects")
+      .onInterface(kObjectManager)
+      .uponReplyInvoke([this, client, held = std::make_shared<sdbus::MethodCall>(std::move(call))](
+                           const sdbus::Error* error, const Objects& objects) {
+        if (error != nullptr) return refuse(*held, "org.bluez.Error.Failed");
+        for (const auto& [path, interfaces] : objects) {
+          const auto found = interfaces.find(kMonitor);
+          if (found == interfaces.end()) continue;
+          const auto pattern = found->second.at("Patterns").get<std::vector<Pattern>>().at(0);
+          std::string content;
+          for (const int byte : pattern.get<2>()) content += fmt::format("{:02X}", byte);
+          const std::lock_guard lock(mutex_);
+          monitor_ = fmt::format("{} {} {} {}", found->second.at("Type").get<std::string>(), pattern.get<0>(),
+                                 pattern.get<1>(), content);
+          sdbus::createProxy(*connection_, client, path)
+              ->callMethod("Activate")
+              .onInterface(kMonitor)
+              .dontExpectReply();
+        }
+        answer(*held);
+      });
 }
 
 void FakeBluez::startDiscovery(sdbus::MethodCall call, const std::string& path) {
@@ -128,6 +179,8 @@ void FakeBluez::startDiscovery(sdbus::MethodCall call, const std::string& path) 
   answer(call);
   ++starts_;
   faults_.silentUntilRestart = false;
+  reported_.clear();
+  scanStart_ = std::chrono::steady_clock::now();
   setDiscovering(path, true);
 }
 
@@ -137,6 +190,7 @@ void FakeBluez::stopDiscovery(sdbus::MethodCall call, const std::string& path) {
   answer(call);
   ++stops_;
   setDiscovering(path, false);
+  for (const auto& [device, properties] : std::exchange(devices_, {})) emitRemoved(devicePath(device), kDevice);
 }
 
 void FakeBluez::setDiscovering(const std::string& path, bool discovering) {
@@ -152,8 +206,12 @@ void FakeBluez::addAdapter(const std::string& name, bool powered) {
   onThread([&] {
     exportAdapter(adapterPath(name));
     adapters_[adapterPath(name)].powered = powered;
-    emitAdded(adapterPath(name), kAdapter,
-              {{"Powered", sdbus::Variant(powered)}, {"Discovering", sdbus::Variant(false)}});
+    std::map<std::string, Properties> interfaces = {
+        {kAdapter, {{"Powered", sdbus::Variant(powered)}, {"Discovering", sdbus::Variant(false)}}}};
+    if (monitors_ == Monitors::taken)
+      interfaces[kMonitorManager] = {
+          {"SupportedMonitorTypes", sdbus::Variant(std::vector<std::string>{"or_patterns"})}};
+    emitAdded(adapterPath(name), interfaces);
   });
 }
 
@@ -162,6 +220,10 @@ void FakeBluez::removeAdapter(const std::string& name) {
     discovering_ = false;
     devices_.clear();
     adapters_.erase(adapterPath(name));
+    {
+      const std::lock_guard lock(mutex_);
+      monitor_.clear();
+    }
     emitRemoved(adapterPath(name), kAdapter);
   });
 }
@@ -192,19 +254,29 @@ void FakeBluez::remember(int device, const platform::BeaconIdentity& identity, i
   });
 }
 
-void FakeBluez::sight(int device, const platform::BeaconIdentity& identity, int rssi, int power) {
-  sight(device, Properties{{"RSSI", sdbus::Variant(static_cast<std::int16_t>(rssi))},
-                           {"ManufacturerData", manufacturerData(beaconData(identity, power))}});
+bool FakeBluez::sight(int device, const platform::BeaconIdentity& identity, int rssi, int power) {
+  return sight(device, Properties{{"RSSI", sdbus::Variant(static_cast<std::int16_t>(rssi))},
+                                  {"ManufacturerData", manufacturerData(beaconData(identity, power))}});
 }
 
-void FakeBluez::sight(int device, const Properties& properties) {
+bool FakeBluez::sight(int device, const Properties& properties) {
+  bool isTold = false;
   onThread([&] {
-    if (!discovering_ || faults_.silent || faults_.silentUntilRestart) return;
+    if (!discovering_ || faults_.silent || faults_.silentUntilRestart || isDuplicate(device)) return;
+    isTold = true;
     const auto [known, isNew] = devices_.try_emplace(device, properties);
-    if (isNew) return emitAdded(devicePath(device), kDevice, properties);
+    if (isNew) return emitAdded(devicePath(device), {{kDevice, properties}});
     known->second = properties;
     emitChanged(devicePath(device), kDevice, properties);
   });
+  return isTold;
+}
+
+bool FakeBluez::isDuplicate(int device) {
+  if (faults_.duplicateWindow == platform::Duration::zero() || !monitor().empty()) return false;
+  const auto window = (std::chrono::steady_clock::now() - scanStart_) / faults_.duplicateWindow;
+  const auto [known, isNew] = reported_.try_emplace(device, window);
+  return !isNew && std::exchange(known->second, window) == window;
 }
 
 void FakeBluez::change(int device, const Properties& properties, const std::vector<std::string>& invalidated) {
@@ -230,6 +302,11 @@ std::string FakeBluez::filter() const {
   return filter_;
 }
 
+std::string FakeBluez::monitor() const {
+  const std::lock_guard lock(mutex_);
+  return monitor_;
+}
+
 void FakeBluez::signal(const std::string& path, const std::string& interface, const std::string& name,
                        const std::function<void(sdbus::Signal&)>& fill) {
   const auto object = sdbus::createObject(*connection_, path);
@@ -244,10 +321,9 @@ void FakeBluez::emitChanged(const std::string& path, const std::string& interfac
          [&](sdbus::Signal& message) { message << interface << changed << invalidated; });
 }
 
-void FakeBluez::emitAdded(const std::string& path, const std::string& interface, const Properties& properties) {
-  signal("/", kObjectManager, "InterfacesAdded", [&](sdbus::Signal& message) {
-    message << sdbus::ObjectPath(path) << std::map<std::string, Properties>{{interface, properties}};
-  });
+void FakeBluez::emitAdded(const std::string& path, const std::map<std::string, Properties>& interfaces) {
+  signal("/", kObjectManager, "InterfacesAdded",
+         [&](sdbus::Signal& message) { message << sdbus::ObjectPath(path) << interfaces; });
 }
 
 void FakeBluez::emitRemoved(const std::string& path, const std::string& interface) {

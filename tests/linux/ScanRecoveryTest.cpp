@@ -1,6 +1,8 @@
 // What may happen to a scan, and that it is running again soon after.
 #include <gmock/gmock.h>
 
+#include "wayloom/linux/LinuxPlatform.hpp"
+
 #include "tests/linux/RadioWorld.hpp"
 
 namespace wayloom::tests {
@@ -110,6 +112,85 @@ TEST_F(ScanRecovery, ScanThatClaimsToRunButHearsNothingIsRestarted) {
   EXPECT_EQ(countErrors(), 0);
 }
 
+// A steady beacon is heard once in a scan window, which must not look like a silent scan; and where somebody passes by
+// now and then, the log must not grow with each of them.
+TEST_F(ScanRecovery, RareFramesNeitherRestartTheScanNorFillTheLog) {
+  FakeBluez bluez(bus.address());
+  auto options = radioOptions(bus.address());
+  const auto window = options.watchdog * 1024 / 1300;
+  bluez.setFaults({.duplicateWindow = window});
+  beOn(bluez);
+  listen(options);
+  watchVenue();
+  runUntilTold("enter venue");
+  runFor(std::chrono::duration_cast<std::chrono::milliseconds>(window) * 4);
+  EXPECT_EQ(bluez.starts(), 1);
+  EXPECT_THAT(logged, ElementsAre());
+
+  options.watchdog = 50ms;
+  listen(options);
+  watchVenue();
+  bluez.setFaults({});
+  bluez.every(150ms, [](FakeBluez& fake) { fake.sight(1, {kVenue, 1, 1}); });
+  const int starts = bluez.starts();
+  runUntil([&] { return bluez.starts() > starts + 20; }, 20s);
+  EXPECT_EQ(std::count(logged.begin(), logged.end(), "Bluetooth works again."), 5);
+  EXPECT_LE(logged.size(), 10U);
+}
+
+// With a monitor beside the scan, a controller that drops duplicates reports every frame.
+TEST_F(ScanRecovery, AdvertisementMonitorIsKeptBesideTheScanWhereTheServiceTakesOne) {
+  std::optional<FakeBluez> bluez(std::in_place, bus.address(), FakeBluez::Monitors::taken);
+  const auto dropDuplicates = [&] { bluez->setFaults({.duplicateWindow = 1h}); };
+  int reports = 0;
+  const auto expectEveryFrame = [&] {
+    runUntil([&] { return !bluez->monitor().empty() && is(RadioCondition::scanning); });
+    EXPECT_EQ(bluez->monitor(), "or_patterns 0 255 4C000215");
+    EXPECT_TRUE(services->radioStatus().hasMonitor);
+    reports = 0;
+    runUntil([&] { return reports >= 5; });
+  };
+  dropDuplicates();
+  settle(*bluez);
+  services->setReportObserver([&](auto heard) { reports += static_cast<int>(heard.size()); });
+  expectEveryFrame();
+
+  bluez.reset();
+  bluez.emplace(bus.address(), FakeBluez::Monitors::taken);
+  dropDuplicates();
+  beOn(*bluez);
+  expectEveryFrame();
+  bluez->removeAdapter();
+  bluez->addAdapter();
+  expectEveryFrame();
+
+  manager->stopMonitoringForRegion(manager->monitoredRegions().front());
+  manager->stopRangingBeaconsInRegion(manager->rangedRegions().front());
+  runUntil([&] { return bluez->monitor().empty() && !bluez->isDiscovering(); });
+
+  // One that is refused is done without.
+  bluez->setFaults({.refusesMonitors = true});
+  watchVenue();
+  runUntilRanged();
+  EXPECT_FALSE(services->radioStatus().hasMonitor);
+}
+
+TEST_F(ScanRecovery, NothingIsSaidOfAdaptersBeforeTheServiceHasAnswered) {
+  FakeBluez bluez(bus.address());
+  bluez.setFaults({.hangs = true});
+  auto options = radioOptions(bus.address());
+  options.callTimeout = 5s;
+  listen(options);
+  watchVenue();
+  runFor(200ms);
+  EXPECT_TRUE(is(RadioCondition::starting));
+  beOn(bluez);
+  bluez.setFaults({});
+  runUntilRanged();
+  EXPECT_THAT(told, ElementsAre("enter venue"));
+  EXPECT_THAT(logged, ElementsAre());
+}
+
 TEST_F(ScanRecovery, ScanEndedByTheServiceIsBegunAgain) {
   FakeBluez bluez(bus.address());
   settle(bluez);
@@ -137,6 +218,17 @@ TEST_F(ScanRecovery, NothingWaitsForABusThatHangs) {
   services.reset();
   EXPECT_LT(std::chrono::steady_clock::now() - before, 2s);
   bus.thaw();
+}
+
+// A host that wraps the log between makeServices and its Platform.
+TEST_F(ScanRecovery, TroublesGoToTheLogOfThePlatform) {
+  const posix::TemporaryDirectory folder;
+  auto made = linux_::makeServices({.posix = {.mainBundle = folder.path(), .documents = folder.path(), .loop = loop},
+                                    .bluez = radioOptions("unix:path=/nonexistent/bus")});
+  made.systemLog = std::shared_ptr<platform::LogSink>(std::shared_ptr<void>(), this);
+  const platform::Platform platform(std::move(made));
+  runUntil([&] { return !logged.empty(); });
+  EXPECT_THAT(logged, ElementsAre(HasSubstr("can't be reached")));
 }
 
 TEST_F(ScanRecovery, HostWithoutABusIsToldOnceAndWorksOtherwise) {

@@ -60,6 +60,22 @@ TEST_F(Scanner, HearsOnlyWhatIsReceivedNow) {
   bluez.change(3, {{"ManufacturerData", manufacturerData(beaconData({kVenue, 1, 4}))}});
   bluez.change(3, strength(-64));
   EXPECT_THAT(strengths(), ElementsAre(-61, -63, -63, -64));
+
+  // A device that sends other formats in turn: their strengths are not the iBeacon frame's, nor is a strength alone
+  // that follows one; a frame whose strength is not mentioned has the one told last.
+  const auto beacon = manufacturerData(beaconData({kVenue, 1, 3}));
+  const auto service = sdbus::Variant(std::map<std::string, sdbus::Variant>{
+      {"0000feaa-0000-1000-8000-00805f9b34fb", sdbus::Variant(std::vector<std::uint8_t>{0x10, 0, 3})}});
+  for (const auto& [key, data] : {std::pair{"ServiceData", service},
+                                  {"ManufacturerData", manufacturerData({1, 2, 3}, 0x0118)},
+                                  {"ManufacturerData", manufacturerData({0x10, 5, 1})}}) {
+    bluez.change(3, {{"ManufacturerData", beacon}, {"RSSI", sdbus::Variant(std::int16_t{-65})}});
+    bluez.change(3, {{key, data}, {"RSSI", sdbus::Variant(std::int16_t{-80})}});
+    bluez.change(3, strength(-81));
+    bluez.change(3, {{"ManufacturerData", beacon}});
+    bluez.change(3, strength(-66));
+    EXPECT_THAT(strengths(), ElementsAre(-65, -81, -66)) << key;
+  }
   EXPECT_EQ(count("enter venue"), 1);
 }
 

@@ -26,12 +26,14 @@ namespace wayloom::linux_ {
 struct BluezOptions {
   std::string bus = {};      // D-Bus address; empty: the system bus
   std::string adapter = {};  // "hci0"; empty: the first that is powered
-  // Advertisements of no device at all for this long: the scan is restarted.
-  platform::Duration watchdog = std::chrono::seconds(6);
+  // Advertisements of no device at all for this long: the scan is restarted. Longer than the scan windows of 10.24 s in
+  // each of which many controllers report a device once; short enough for two attempts before a region is left.
+  platform::Duration watchdog = std::chrono::seconds(13);
   platform::Duration callTimeout = std::chrono::seconds(3);
   platform::Duration firstRetry = std::chrono::milliseconds(250);  // doubles up to:
   platform::Duration longestRetry = std::chrono::seconds(2);
-  // Messages are gathered for this long before they are read, so that a busy venue wakes the process seldom.
+  // Messages are gathered for this long before they are read, less when many come, so that a busy venue wakes the
+  // process seldom.
   platform::Duration gathering = std::chrono::milliseconds(50);
 };
 

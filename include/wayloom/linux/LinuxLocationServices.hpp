@@ -8,6 +8,7 @@
 #include "wayloom/linux/RadioStatus.hpp"
 #include "wayloom/platform/CBCentralManager.hpp"
 #include "wayloom/platform/LogSink.hpp"
+#include "wayloom/platform/LogUser.hpp"
 #include "wayloom/ranging/RangerLocationServices.hpp"
 
 namespace wayloom::linux_ {
@@ -16,7 +17,7 @@ namespace wayloom::linux_ {
 //
 // The radio scans while some beacon region is ranged or monitored. What keeps it from scanning is told once, in the log
 // and to the delegates as an error of domain "Bluetooth" whose code is the RadioCondition; scanning goes on when the
-// cause has ended. While it does not scan, no region is left. A host that is refused the use of Bluetooth has the
+// cause has ended. While it can't scan, no region is left. A host that is refused the use of Bluetooth has the
 // authorisation status denied until it is allowed.
 //
 // GeoClue is asked for fixes while some manager updates locations or a circle is monitored; circles are entered and
@@ -24,11 +25,14 @@ namespace wayloom::linux_ {
 // It has no bearing on the authorisation status: beacons are heard without it.
 //
 // Made and destroyed on the main thread. The scheduler's main loop must be running for anything to be told.
-class LinuxLocationServices : public ranging::RangerLocationServices {
+class LinuxLocationServices : public ranging::RangerLocationServices, public platform::LogUser {
  public:
   LinuxLocationServices(const std::shared_ptr<platform::TaskScheduler>& tasks, std::shared_ptr<platform::LogSink> log,
                         BluezOptions bluez = {}, GeoClueOptions geoClue = {});
   ~LinuxLocationServices() override;
+
+  // In the place of the constructor's log.
+  void setLog(std::shared_ptr<platform::LogSink> log) override;
 
   // The state of the same radio. May outlive these services.
   std::shared_ptr<platform::CBCentralManager> bluetooth() const;

@@ -11,7 +11,7 @@ enum class RadioCondition : std::uint8_t {
   resting,    // nobody wants it to scan
   starting,   // nothing is known yet
   scanning,   // and advertisements come in, or it has just begun
-  silent,     // scanning, but nothing at all has been heard for a while; the scan is restarted again and again
+  silent,     // scanning, but no device at all has been heard for a while; the scan is restarted now and then
   noBus,      // the message bus can't be reached
   noDaemon,   // the Bluetooth service does not run
   noAdapter,  // it has no adapter, or not the one asked for
@@ -22,8 +22,11 @@ enum class RadioCondition : std::uint8_t {
 
 struct RadioStatus {
   RadioCondition condition = RadioCondition::starting;
-  // Whether advertisements would be heard at present: only then does silence say anything about beacons.
+  // Whether advertisements are heard, as far as is known: only then does silence say anything about beacons. A restart
+  // of the scan changes nothing about it, nor does silence.
   bool listening = false;
+  // Whether the service keeps an advertisement monitor beside the scan, which makes controllers report every frame.
+  bool hasMonitor = false;
   std::string adapter{};  // "hci0"; empty: none
   std::string detail{};   // what the service or the system said, printable; may be empty
 
