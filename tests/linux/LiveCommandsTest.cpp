@@ -48,6 +48,14 @@ class LiveCommands : public testing::Test {
     return venue;
   }
 
+  // A copy of the sample venue that can be spoilt.
+  std::string venueCopy() const {
+    const auto venue = folder / "copy";
+    std::filesystem::remove_all(venue);
+    std::filesystem::copy(kVenueFolder, venue, std::filesystem::copy_options::recursive);
+    return venue;
+  }
+
   static std::vector<Json> linesOf(const std::string& output) {
     std::vector<Json> lines;
     std::istringstream stream(output);
@@ -78,6 +86,41 @@ TEST_F(LiveCommands, ScanListsWhatIsHeard) {
   bluez.setPowered(false);
   EXPECT_THAT(run("scan --for 0.5"), HasSubstr("bluetoothctl power on"));
   EXPECT_EQ(status, 1);
+}
+
+TEST_F(LiveCommands, WhatIsMissingOrBrokenIsSaidBeforehand) {
+  const auto refuses = [&](const std::string& arguments, const std::string& text) {
+    EXPECT_THAT(run(arguments + " --for 0.1"), HasSubstr(text)) << arguments;
+    EXPECT_NE(status, 0) << arguments;
+  };
+  for (const auto& command :
+       {std::string("scan"), std::string("run"), "record " + (folder / "r.jsonl"), std::string("doctor")})
+    for (const char* file : {"server/kit.json", "bundle/Geofold.plist", "bundle/Wayloom.plist", "bundle/Info.plist"}) {
+      const auto venue = venueCopy();
+      std::filesystem::remove(venue + "/" + file);
+      refuses(command + " --venue " + venue, file);
+      std::ofstream(venue + "/" + file) << "{<";
+      refuses(command + " --venue " + venue, file);
+    }
+  std::ofstream(folder / "file") << "in the way";
+  refuses("run --venue " + kVenueFolder + " --documents " + (folder / "file") + "/documents", "/documents: ");
+  for (const char* seconds : {"nan", "inf", "-1"}) {
+    EXPECT_THAT(run(std::string("scan --for ") + seconds), HasSubstr("--for")) << seconds;
+    EXPECT_EQ(status, 2) << seconds;
+  }
+  refuses("record --map lobby --at nan,nan " + (folder / "r.jsonl"), "--at");
+}
+
+// A name is whatever somebody wrote into a kit.
+TEST_F(LiveCommands, NamesReachTheTerminalWithoutTheirControlCharacters) {
+  const auto venue = venueCopy();
+  std::ifstream file(venue + "/server/kit.json");
+  std::string kit(std::istreambuf_iterator<char>(file), {});
+  kit.replace(kit.find("\"Foyer\""), 7, R"("Fo\u001b[2J\u009byer")");
+  std::ofstream(venue + "/server/kit.json") << kit;
+  const auto table = run("scan --for 1 --venue " + venue);
+  EXPECT_THAT(table, HasSubstr("Fo?[2J??yer"));
+  EXPECT_THAT(table, Not(HasSubstr("\x1B")));
 }
 
 TEST_F(LiveCommands, RunPrintsPositions) {
@@ -137,22 +180,30 @@ TEST_F(LiveCommands, WalkedWaypointsBecomeTruth) {
 }
 
 TEST_F(LiveCommands, DoctorTellsWhatIsWrongByItsExitStatus) {
-  const auto expect = [&](int code, const std::string& arguments, const char* text) {
-    EXPECT_THAT(run("doctor --for 1.5 " + arguments), HasSubstr(text));
+  const auto expect = [&](int code, const std::string& arguments, const char* text, const char* seconds = "1.5") {
+    EXPECT_THAT(run("doctor --for " + std::string(seconds) + " " + arguments), HasSubstr(text));
     EXPECT_EQ(status, code) << arguments;
   };
   expect(0, "--venue " + kVenueFolder, "1 beacons heard");
+  expect(0, "", "frames a second of each in the median", "2.5");
+  bluez.setFaults({.duplicateWindow = 1h});
+  expect(18, "", "bluetoothd --experimental", "3");
+  bluez.setFaults({});
   expect(40, "--network --json --venue " + unreachableVenue(), R"("code":40)");
   expect(20, "--fixes", "apt-get install geoclue-2.0");
   expect(50, "--venue " + folder.path(), "kit.json");
   bluez.setPowered(false);
   expect(14, "", "bluetoothctl power on");
-  std::filesystem::create_directories(folder / "rfkill/rfkill0");
-  std::ofstream(folder / "rfkill/rfkill0/type") << "bluetooth\n";
-  std::ofstream(folder / "rfkill/rfkill0/soft") << "1\n";
-  expect(13, "--rfkill " + (folder / "rfkill"), "rfkill unblock");
+  const auto kernel = folder / "kernel";
+  std::filesystem::create_directories(kernel + "/rfkill/rfkill0");
+  std::ofstream(kernel + "/rfkill/rfkill0/type") << "bluetooth\n";
+  std::ofstream(kernel + "/rfkill/rfkill0/soft") << "1\n";
+  expect(13, "--kernel " + kernel, "rfkill unblock");
   bluez.removeAdapter();
-  expect(12, "", "no Bluetooth adapter");
+  std::ofstream(kernel + "/rfkill/rfkill0/soft") << "0\n";
+  expect(12, "--kernel " + kernel, "modprobe");
+  std::filesystem::create_directories(kernel + "/bluetooth");
+  expect(12, "--kernel " + kernel, "Plug one in");
   bus.stop();
   expect(10, "", "system message bus");
 }

@@ -4,6 +4,8 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <exception>
 #include <fmt/format.h>
 #include <numeric>
@@ -20,6 +22,13 @@ void exitWith(int status) {
 // In the help, the name stands for what is checked.
 Argument checked(CLI::Option& option, CLI::Validator validator, const std::string& name) {
   return Argument(*option.check(validator.description(""))->type_name(name));
+}
+
+// Without "nan" and "inf", which read as numbers: no bound and no calculation means them.
+Argument finite(CLI::Option& option) {
+  return Argument(*option.check([](const std::string& text) {
+    return std::isfinite(std::strtod(text.c_str(), nullptr)) ? std::string() : printable(text) + " is no finite number";
+  }));
 }
 
 // How many letters have to be put in, left out or changed to make one word of the other (Levenshtein, 1966).
@@ -97,16 +106,16 @@ Argument Arguments::add(const char* name, std::uint64_t& value, const char* desc
   return Argument(*app_->add_option(name, value, description));
 }
 Argument Arguments::add(const char* name, double& value, const char* description) {
-  return Argument(*app_->add_option(name, value, description));
+  return finite(*app_->add_option(name, value, description));
 }
 Argument Arguments::add(const char* name, std::optional<double>& value, const char* description) {
-  return Argument(*app_->add_option(name, value, description));
+  return finite(*app_->add_option(name, value, description));
 }
 Argument Arguments::add(const char* name, std::vector<std::string>& values, const char* description) {
   return Argument(*app_->add_option(name, values, description));
 }
 Argument Arguments::add(const char* name, std::vector<double>& values, const char* description) {
-  return Argument(*app_->add_option(name, values, description));
+  return finite(*app_->add_option(name, values, description));
 }
 Argument Arguments::add(const char* name, bool& flag, const char* description) {
   return Argument(*app_->add_flag(name, flag, description));

@@ -1,5 +1,6 @@
 #include "tools/live/Checkup.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
@@ -14,6 +15,9 @@ using linux_::RadioCondition;
 
 constexpr double kBeforeThisProject = 1.7e9;  // seconds since 1970: November 2023
 constexpr platform::Duration kServerPatience = std::chrono::seconds(10);
+// Frames a second of the beacon that is heard best. A beacon is given up after 5 s of silence, so that rooms take turns
+// where each is heard in one second out of five.
+constexpr double kRareFrames = 0.5;
 
 std::string firstLine(const std::filesystem::path& file) {
   std::string line;
@@ -23,9 +27,9 @@ std::string firstLine(const std::filesystem::path& file) {
 }
 
 // "soft", "hard", or empty when no Bluetooth radio is blocked.
-std::string bluetoothBlock(const std::string& rfkill) {
+std::string bluetoothBlock(const std::string& kernel) {
   std::error_code failure;
-  for (const auto& entry : std::filesystem::directory_iterator(rfkill, failure)) {
+  for (const auto& entry : std::filesystem::directory_iterator(kernel + "/rfkill", failure)) {
     if (firstLine(entry.path() / "type") != "bluetooth") continue;
     for (const char* kind : {"hard", "soft"})
       if (firstLine(entry.path() / kind) == "1") return kind;
@@ -61,6 +65,24 @@ std::string withDetail(std::string_view text, const std::string& detail) {
   return detail.empty() ? fmt::format("{}.", text) : fmt::format("{} ({}).", text, detail);
 }
 
+CheckResult checkFrames(const linux_::RadioStatus& status, const FrameRates& heard, platform::MonotonicTime now,
+                        std::string text) {
+  text += fmt::format(" {}: {} beacons heard", status.adapter, heard.beacons());
+  const auto rates = heard.at(now);
+  if (!rates.empty())
+    text += fmt::format(", {:.1f} frames a second of each in the median, {:.1f} of the one heard best",
+                        rates[rates.size() / 2], rates.back());
+  text += status.hasMonitor ? "; with an advertisement monitor." : ".";
+  if (rates.empty() || rates.back() >= kRareFrames) return {"radio", Diagnosis::fine, std::move(text), ""};
+  text += " That is too seldom to tell rooms apart.";
+  return {
+      "radio", Diagnosis::framesRare, std::move(text),
+      status.hasMonitor
+          ? "Set the beacons to send oftener, or try another adapter."
+          : "Most likely the adapter drops repeated frames. Have the service take advertisement monitors, with which "
+            "it does not (BlueZ 5.66: bluetoothd --experimental), or try another adapter."};
+}
+
 CheckResult checkServer(platform::HttpClient& http, const char* name, Diagnosis unreachable,
                         const std::optional<std::string>& url, const std::optional<std::string>& token) {
   if (!url)
@@ -91,17 +113,42 @@ CheckResult checkClock(platform::CalendarTime now) {
   return {"clock", Diagnosis::fine, "The clock is set.", ""};
 }
 
-CheckResult checkRadio(const linux_::RadioStatus& status, const std::string& rfkill, std::size_t beaconsHeard) {
+void FrameRates::add(std::span<const linux_::BeaconReport> reports) {
+  for (const auto& report : reports) {
+    if (heard_.size() >= kMostBeacons && !heard_.contains(report.frame.identity)) continue;
+    auto& beacon = heard_[report.frame.identity];
+    if (++beacon.frames == 1) beacon.first = report.receivedAt;
+  }
+}
+
+std::vector<double> FrameRates::at(platform::MonotonicTime now) const {
+  std::vector<double> rates;
+  for (const auto& [identity, beacon] : heard_)
+    if (const double seconds = platform::secondsOf(now - beacon.first); seconds >= 2.0)
+      rates.push_back(beacon.frames / seconds);
+  std::sort(rates.begin(), rates.end());
+  return rates;
+}
+
+CheckResult checkRadio(const linux_::RadioStatus& status, const std::string& kernel, const FrameRates& heard,
+                       platform::MonotonicTime now) {
   const auto diagnosis = findingOf(status.condition);
   const bool mayBeBlocked = diagnosis == Diagnosis::unpowered || diagnosis == Diagnosis::noAdapter;
-  const auto block = mayBeBlocked ? bluetoothBlock(rfkill) : std::string();
+  const auto block = mayBeBlocked ? bluetoothBlock(kernel) : std::string();
   if (block == "soft")
     return {"radio", Diagnosis::blocked, "Bluetooth is blocked.", "Unblock it: rfkill unblock bluetooth."};
   if (block == "hard")
     return {"radio", Diagnosis::blocked, "Bluetooth is blocked by a switch or the firmware.",
             "Find the device's switch, or enable Bluetooth in its firmware settings."};
   auto text = withDetail(linux_::description(status.condition), status.detail);
-  if (diagnosis == Diagnosis::fine) text += fmt::format(" {}: {} beacons heard.", status.adapter, beaconsHeard);
+  if (diagnosis == Diagnosis::fine) return checkFrames(status, heard, now, std::move(text));
+  // Without it the service does not even start, where systemd starts it.
+  std::error_code failure;
+  if ((diagnosis == Diagnosis::noBluetoothService || diagnosis == Diagnosis::noAdapter) &&
+      !std::filesystem::exists(kernel + "/bluetooth", failure))
+    return {"radio", diagnosis, text + " The kernel has no Bluetooth.",
+            "Load its modules (modprobe btusb, or what your adapter needs) or take a kernel with CONFIG_BT; hand the "
+            "adapter to a virtual machine, or run the service on a container's host."};
   return {"radio", diagnosis, std::move(text), std::string(linux_::advice(status.condition))};
 }
 

@@ -1,10 +1,13 @@
 // What may be wrong with a device, its radio, its servers and its venue, and what helps.
 #pragma once
 
+#include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "wayloom/linux/BluezScanner.hpp"
 #include "wayloom/linux/GeoClueFixes.hpp"
 #include "wayloom/linux/RadioStatus.hpp"
 #include "wayloom/maps/TWLConfig.hpp"
@@ -27,6 +30,7 @@ enum class Diagnosis : std::uint8_t {
   bluetoothRefused = 15,
   scanSilent = 16,
   bluetoothFailing = 17,
+  framesRare = 18,
   noLocationService = 20,
   noLocationAgent = 21,
   locationRefused = 22,
@@ -49,8 +53,30 @@ struct CheckResult {
 
 CheckResult checkClock(platform::CalendarTime now);
 
-// `rfkill` is the folder in which the kernel tells which radios are blocked: /sys/class/rfkill.
-CheckResult checkRadio(const linux_::RadioStatus& status, const std::string& rfkill, std::size_t beaconsHeard);
+// How often beacons are heard.
+class FrameRates {
+ public:
+  void add(std::span<const linux_::BeaconReport> reports);
+
+  std::size_t beacons() const { return heard_.size(); }
+  // Frames a second of each beacon since it was first heard, in ascending order; none of beacons that came in the last
+  // two seconds.
+  std::vector<double> at(platform::MonotonicTime now) const;
+
+ private:
+  struct Heard {
+    int frames = 0;
+    platform::MonotonicTime first;
+  };
+
+  static constexpr std::size_t kMostBeacons = 1000;
+
+  std::map<platform::BeaconIdentity, Heard> heard_;
+};
+
+// `kernel` is the folder in which the kernel tells of its devices by their class: /sys/class.
+CheckResult checkRadio(const linux_::RadioStatus& status, const std::string& kernel, const FrameRates& heard,
+                       platform::MonotonicTime now);
 CheckResult checkFixes(const linux_::FixStatus& status);
 CheckResult checkKit(const KitNames& venue);
 // Asks the servers that the configuration names, without changing anything on them.

@@ -1,9 +1,7 @@
 // wayloom doctor: what is wrong, and how to mend it.
 #include <fmt/format.h>
 #include <memory>
-#include <set>
 #include <stdexcept>
-#include <unistd.h>
 
 #include "wayloom/posix/CurlHttpClient.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
@@ -21,14 +19,16 @@ constexpr const char* kDescription = "Says what keeps positions away, and how to
 
 constexpr const char* kFooter =
     "Looks at the clock and the radio; with --venue at its kit, with --network at the servers that its bundle names,\n"
-    "with --fixes at the location service. Listens for --for seconds (8 by default).\n\n"
+    "with --fixes at the location service. Listens for --for seconds (16 by default: a scan counts as silent after "
+    "13).\n\n"
     "Exit status: 0 when nothing is wrong; else that of the first thing that is:\n"
     "  10 no bus  11 no Bluetooth service  12 no adapter  13 blocked  14 off  15 not allowed  16 scan silent\n"
-    "  17 service fails  20 no location service  21 no agent  22 no permission for fixes  23 no fix  30 clock not set\n"
+    "  17 service fails  18 beacons heard too seldom  20 no location service  21 no agent  22 no permission for fixes  "
+    "23 no fix  30 clock not set\n"
     "  40 kit server unreachable  41 token refused  42 map server unreachable  43 server not configured\n"
     "  50 venue unusable  51 no beacon on a map; 1 and 2 as for the other commands.";
 
-constexpr double kUsualSeconds = 8.0;
+constexpr double kUsualSeconds = 16.0;
 
 struct Options {
   LiveOptions live;
@@ -36,7 +36,7 @@ struct Options {
   bool network = false;
   bool fixes = false;
   bool json = false;
-  std::string rfkill = "/sys/class/rfkill";
+  std::string kernel = "/sys/class";
 };
 
 class Doctor : private linux_::ScannerListener, private linux_::FixListener {
@@ -47,16 +47,11 @@ class Doctor : private linux_::ScannerListener, private linux_::FixListener {
     report(checkClock(posix::PosixCalendarClock().now()));
     listen();
     if (!options_.venue.empty()) visit();
-    std::fflush(stdout);
     return static_cast<int>(first_);
   }
 
  private:
-  void heard(std::span<const linux_::BeaconReport> reports) override {
-    constexpr std::size_t most = 1000;
-    for (const auto& each : reports)
-      if (beacons_.size() < most) beacons_.insert(each.frame.identity);
-  }
+  void heard(std::span<const linux_::BeaconReport> reports) override { rates_.add(reports); }
   void fixed(const platform::CLLocation&) override {}
 
   void listen() {
@@ -66,7 +61,7 @@ class Doctor : private linux_::ScannerListener, private linux_::FixListener {
     scanner.setWanted(true);
     if (options_.fixes) fixes.setWanted(true);
     loop.run(options_.live.seconds.value_or(kUsualSeconds));
-    report(checkRadio(scanner.status(), options_.rfkill, beacons_.size()));
+    report(checkRadio(scanner.status(), options_.kernel, rates_, posix::PosixMonotonicClock().now()));
     if (options_.fixes) report(checkFixes(fixes.status()));
   }
 
@@ -94,17 +89,17 @@ class Doctor : private linux_::ScannerListener, private linux_::FixListener {
           .member("text", result.text)
           .member("advice", isFine ? std::nullopt : std::optional(result.advice));
       text.endObject().endLine();
-      fmt::print("{}", text.text());
+      standardOutput().write(text.text());
     } else {
-      fmt::print("{:5} {:10} {}\n", isFine ? "ok" : "WRONG", result.check, result.text);
-      if (!isFine && !result.advice.empty()) fmt::print("      {:10} -> {}\n", "", result.advice);
+      standardOutput().print("{:5} {:10} {}\n", isFine ? "ok" : "WRONG", result.check, result.text);
+      if (!isFine && !result.advice.empty()) standardOutput().print("      {:10} -> {}\n", "", result.advice);
     }
-    std::fflush(stdout);
+    standardOutput().flush();
   }
 
   const Options& options_;
   Diagnosis first_ = Diagnosis::fine;
-  std::set<platform::BeaconIdentity> beacons_;
+  FrameRates rates_;
 };
 
 }  // namespace
@@ -116,7 +111,9 @@ void registerDoctor(CommandLine& line) {
   command.add("--network", options->network, "Ask the servers that the venue's bundle names");
   command.add("--fixes", options->fixes, "Look for geographic fixes, too");
   command.add("--json", options->json, "One JSON line a check");
-  command.add("--rfkill", options->rfkill, "Where the kernel tells of blocked radios").named("DIR");
+  command.add("--kernel", options->kernel, "Where the kernel tells of its devices, by class")
+      .named("DIR")
+      .showsDefault();
   options->live.addTo(command);
   command.runs([options] { return Doctor(*options).run(); });
 }

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "tools/common/FolderFaults.hpp"
 #include "tools/common/VenuePlans.hpp"
 
 namespace wayloom::tools {
@@ -10,10 +11,11 @@ namespace wayloom::tools {
 KitNames::KitNames(const std::string& venue) {
   if (venue.empty()) return;
   const auto folder = std::filesystem::absolute(venue).lexically_normal().string();
-  world_ = std::make_unique<sim::SimPlatform>(sim::SimOptions{.venue = folder});
   std::string error;
+  world_ = std::make_unique<sim::SimPlatform>(sim::SimOptions{.venue = folder});
   kit_ = readKit(world_->platform(), folder, error);
-  if (!kit_) throw std::runtime_error(error);
+  if (kit_) error = propertyListFault(folder);
+  if (!error.empty()) throw std::runtime_error(error);
 }
 
 std::string KitNames::nameOf(const platform::BeaconIdentity& identity) const {

@@ -12,7 +12,8 @@ namespace wayloom::tools {
 // What a venue's kit calls its beacons.
 class KitNames {
  public:
-  // Without a venue nothing has a name. Throws std::runtime_error when there is no kit to be read.
+  // Without a venue nothing has a name. Throws std::runtime_error when its kit or a property list is missing
+  // or broken.
   explicit KitNames(const std::string& venue);
 
   std::string nameOf(const platform::BeaconIdentity& identity) const;  // empty: not in the kit

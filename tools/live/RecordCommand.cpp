@@ -1,5 +1,4 @@
 // wayloom record: what Bluetooth hears, into a recording, with where the operator stands.
-#include <cstdio>
 #include <fmt/format.h>
 #include <fstream>
 #include <memory>
@@ -85,8 +84,8 @@ class Record : private platform::CLLocationManagerDelegate {
     recorder_.release({});
     file_.flush();
     if (!file_) return fail("can't be written");
-    fmt::print(stderr, "{} frames of {} beacons, {} lines in {}\n", frames_, identities_.size(), recorder_.count(),
-               options_.file);
+    standardError().print("{} frames of {} beacons, {} lines in {}\n", frames_, identities_.size(), recorder_.count(),
+                          options_.file);
     return frames_ > 0 ? kSucceeded : fail("no frame was heard; `wayloom doctor` may know why");
   }
 
@@ -170,9 +169,9 @@ class Record : private platform::CLLocationManagerDelegate {
 
   void prompt() {
     if (walk_->isOver())
-      fmt::print(stderr, "The walk is over. q and Enter end the recording.\n");
+      standardError().print("The walk is over. q and Enter end the recording.\n");
     else
-      fmt::print(stderr, "Press Enter {}\n", walk_->nextPlace());
+      standardError().print("Press Enter {}\n", walk_->nextPlace());
     if (walk_->isOver()) recorder_.release({});
   }
 

@@ -3,12 +3,11 @@
 #include <fmt/format.h>
 #include <memory>
 #include <mutex>
-#include <unistd.h>
 
 #include "wayloom/linux/LinuxLocationServices.hpp"
+#include "wayloom/linux/LinuxPlatform.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
-#include "wayloom/posix/PosixPlatform.hpp"
 #include "wayloom/regions/MissingUsageDescription.hpp"
 #include "wayloom/sim/CallbackLogSink.hpp"
 #include "wayloom/sim/VenueHttpServer.hpp"
@@ -17,6 +16,8 @@
 #include "tools/common/Command.hpp"
 #include "tools/common/DocumentsFolder.hpp"
 #include "tools/common/EngineOptions.hpp"
+#include "tools/common/FolderFaults.hpp"
+#include "tools/common/VenuePlans.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"
 
@@ -91,7 +92,9 @@ class Run {
         shown_(printer_, loop_) {}
 
   int run() {
+    if (const auto fault = documentsFault(documents_.path()); !fault.empty()) return fail(fault);
     makePlatform();
+    if (const auto fault = venueFault(); !fault.empty()) return fail(fault);
     manager_ = std::make_unique<sim::TellingManager<LivePrinter>>(*platform_, shown_);
     location_->setDeliveryObserver(
         [this] { shown_.tell(&sim::ReplayListener::located, manager_->currentMapLocation()); });
@@ -109,9 +112,24 @@ class Run {
   }
 
  private:
+  static int fail(const std::string& fault) {
+    complain(fault);
+    return kRunFailed;
+  }
+
+  // With a network the kit is not the folder's.
+  std::string venueFault() {
+    std::string fault;
+    if (options_.network || readKit(*platform_, venue_, fault)) fault = propertyListFault(venue_);
+    return fault;
+  }
+
   void makePlatform() {
-    auto services =
-        posix::makeServices({.mainBundle = venue_ + "/bundle", .documents = documents_.path(), .loop = loop_.tasks()});
+    auto services = linux_::makeServices(
+        {.posix = {.mainBundle = venue_ + "/bundle", .documents = documents_.path(), .loop = loop_.tasks()},
+         .bluez = options_.live.bluez(),
+         .geoClue = options_.live.geoClue()});
+    location_ = std::dynamic_pointer_cast<linux_::LinuxLocationServices>(services.location);
     // Without --events all, what is wrong with the radio is still told, on standard error.
     if (options_.engine.printsAll()) {
       services.console = log(sim::LogChannel::engine);
@@ -121,10 +139,6 @@ class Run {
       services.http =
           std::make_shared<sim::VenueHttpServer>(services.tasks, services.files, venue_, *services.propertyLists);
     services.http = std::make_shared<ShownHttpClient>(services.http, shown_);
-    location_ = std::make_shared<linux_::LinuxLocationServices>(services.tasks, services.systemLog,
-                                                                options_.live.bluez(), options_.live.geoClue());
-    services.location = location_;
-    services.bluetooth = location_->bluetooth();
     platform_ = std::make_unique<platform::Platform>(std::move(services));
   }
 

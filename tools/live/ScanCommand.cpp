@@ -1,9 +1,8 @@
 // wayloom scan: the beacons around, live.
-#include <cstdio>
 #include <fmt/format.h>
+#include <iterator>
 #include <map>
 #include <memory>
-#include <unistd.h>
 
 #include "wayloom/posix/PosixClocks.hpp"
 
@@ -45,20 +44,13 @@ std::vector<std::string> columns() {
   return names;
 }
 
-// Names come out of a document.
-std::string printable(std::string text) {
-  for (auto& c : text)
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') c = '?';
-  return text;
-}
-
 class Scan : public linux_::ScannerListener {
  public:
   explicit Scan(const Options& options)
       : options_(options),
         names_(options.venue),
         board_([this](const auto& identity) { return names_.nameOf(identity); }),
-        isTerminal_(::isatty(STDOUT_FILENO) != 0 && !options.json),
+        isTerminal_(standardOutput().isTerminal() && !options.json),
         scanner_(*loop_.tasks(), options.live.bluez(), *this) {}
 
   int run() {
@@ -66,8 +58,7 @@ class Scan : public linux_::ScannerListener {
     const auto tick = loop_.tasks()->startTimer(loop_.tasks()->mainQueue(), std::chrono::seconds(1),
                                                 std::chrono::seconds(1), [this] { show(); });
     loop_.run(options_.live.seconds);
-    if (!isTerminal_ && !options_.json) printTable();
-    std::fflush(stdout);
+    if (!isTerminal_ && !options_.json) standardOutput().write(table());
     return scanner_.status().listening ? kSucceeded : kRunFailed;
   }
 
@@ -80,30 +71,32 @@ class Scan : public linux_::ScannerListener {
 
  private:
   void show() {
-    if (options_.json) return printJson();
-    if (!isTerminal_) return;
-    fmt::print("\033[H\033[2J");
-    printTable();
+    if (options_.json) standardOutput().write(json());
+    if (isTerminal_) standardOutput().write("\033[H\033[2J" + table());  // from an empty screen
+    if (!standardOutput().flush()) loop_.stop();
   }
 
   std::vector<BoardRow> rows() { return board_.rows(posix::PosixMonotonicClock().now(), kOrders.at(options_.order)); }
 
-  void printTable() {
+  // Names come out of a document, and the adapter's from the service.
+  std::string table() {
     const auto status = scanner_.status();
     const auto found = rows();
-    fmt::print("{}{}{}. {} beacons.\n", status.adapter, status.adapter.empty() ? "" : ": ",
-               linux_::description(status.condition), found.size());
-    if (linux_::isTrouble(status.condition)) fmt::print("{}\n", linux_::advice(status.condition));
-    fmt::print("{:36} {:>5} {:>5} {:20} {:>6} {:>7} {:>5} {:>5}\n", "uuid", "major", "minor", "name", "dBm", "m", "1/s",
-               "age");
+    std::string text;
+    const auto out = std::back_inserter(text);
+    fmt::format_to(out, "{}{}{}. {} beacons.\n", printable(status.adapter), status.adapter.empty() ? "" : ": ",
+                   linux_::description(status.condition), found.size());
+    if (linux_::isTrouble(status.condition)) fmt::format_to(out, "{}\n", linux_::advice(status.condition));
+    fmt::format_to(out, "{:36} {:>5} {:>5} {:20} {:>6} {:>7} {:>5} {:>5}\n", "uuid", "major", "minor", "name", "dBm",
+                   "m", "1/s", "age");
     for (const auto& row : found)
-      fmt::print("{:36} {:>5} {:>5} {:20.20} {:>6.1f} {:>7.2f} {:>5.1f} {:>5.1f}\n", row.identity.uuid.string(),
-                 row.identity.major, row.identity.minor, printable(row.name), row.rssi, row.distance, row.rate,
-                 row.age);
-    std::fflush(stdout);
+      fmt::format_to(out, "{:36} {:>5} {:>5} {:20.20} {:>6.1f} {:>7.2f} {:>5.1f} {:>5.1f}\n",
+                     row.identity.uuid.string(), row.identity.major, row.identity.minor, printable(row.name), row.rssi,
+                     row.distance, row.rate, row.age);
+    return text;
   }
 
-  void printJson() {
+  std::string json() {
     sim::JsonText text;
     const double t = platform::secondsSince1970(posix::PosixCalendarClock().now());
     for (const auto& row : rows()) {
@@ -121,8 +114,7 @@ class Scan : public linux_::ScannerListener {
           .member("age", row.age);
       text.endObject().endLine();
     }
-    std::fwrite(text.text().data(), 1, text.text().size(), stdout);
-    if (std::fflush(stdout) != 0) loop_.stop();
+    return std::string(text.text());
   }
 
   const Options& options_;
