@@ -89,7 +89,12 @@ Argument Argument::between(int low, int high) {
 Argument Argument::between(double low, double high) {
   return checked(*option_, CLI::Range(low, high), fmt::format("{}..{}", low, high));
 }
-Argument Argument::positive() { return checked(*option_, CLI::PositiveNumber, "NUMBER"); }
+Argument Argument::positive() {
+  const auto check = [](const std::string& text) {
+    return std::strtod(text.c_str(), nullptr) > 0.0 ? std::string() : printable(text) + " is not above 0";
+  };
+  return Argument(*option_->check(check)->type_name("NUMBER"));
+}
 Argument Argument::showsDefault() { return Argument(*option_->capture_default_str()); }
 Argument Argument::separatedBy(char delimiter) { return Argument(*option_->delimiter(delimiter)); }
 Argument Argument::oneEach() { return Argument(*option_->allow_extra_args(false)); }
