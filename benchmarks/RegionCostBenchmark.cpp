@@ -81,7 +81,7 @@ struct Services {
           "circle-" + std::to_string(i)));
   }
 
-  sim::VirtualTime time;
+  sim::VirtualTime time{platform::calendarTimeFromSeconds(1e9)};
   ranging::RangerLocationServices services{*time.scheduler(), *time.monotonicClock()};
   std::unique_ptr<platform::CLLocationManager> manager = services.makeLocationManager();
 };

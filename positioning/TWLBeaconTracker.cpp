@@ -4,13 +4,15 @@
 
 #include "wayloom/platform/Platform.hpp"
 
+#include "platform/FlatTable.hpp"
 #include "positioning/AveragingPeriod.hpp"
-#include "positioning/TrackedIndex.hpp"
 
 namespace wayloom {
 namespace {
 
 using namespace std::chrono_literals;
+
+using Index = platform::FlatTable<platform::BeaconIdentity>;
 
 constexpr platform::Duration kRetention = 5s;
 constexpr std::string_view kRetentionText = "5.000000";
@@ -25,8 +27,8 @@ std::string textOf(const platform::BeaconIdentity& identity) {
 }  // namespace
 
 struct TWLBeaconTracker::Indices {
-  TrackedIndex tracked;  // places in tracked_
-  TrackedIndex next;     // places in next_
+  Index tracked;  // places in tracked_
+  Index next;     // places in next_
 };
 
 TWLBeaconTracker::TWLBeaconTracker(platform::Platform& platform)
@@ -57,13 +59,13 @@ void TWLBeaconTracker::takeRanged(const TGFBeaconList& beacons, platform::Monoto
   for (const auto& ranged : beacons) {
     if (!ranged || !ranged->beacon()) continue;
     const auto identity = ranged->beacon()->identity();
-    const auto place = indices_->next.findOrPut(identity, static_cast<std::uint32_t>(next_.size()));
+    const auto place = indices_->next.findOrInsert(identity, static_cast<std::uint32_t>(next_.size()));
     if (place == next_.size())
       next_.push_back(*ranged);
     else
       next_[place] = *ranged;
     const auto previous = indices_->tracked.find(identity);
-    next_[place].applyRssiMeasurements(previous == TrackedIndex::kNone ? nullptr : &tracked_[previous], now, window);
+    next_[place].applyRssiMeasurements(previous == Index::kNone ? nullptr : &tracked_[previous], now, window);
   }
 }
 
@@ -71,9 +73,9 @@ void TWLBeaconTracker::takeUnseen(platform::MonotonicTime now) {
   dropped_.clear();
   for (auto& beacon : tracked_) {
     const auto identity = beacon.beacon()->identity();
-    if (indices_->next.find(identity) != TrackedIndex::kNone) continue;
+    if (indices_->next.find(identity) != Index::kNone) continue;
     if (now - *beacon.lastDetected() < kRetention) {
-      indices_->next.findOrPut(identity, static_cast<std::uint32_t>(next_.size()));
+      indices_->next.findOrInsert(identity, static_cast<std::uint32_t>(next_.size()));
       next_.push_back(std::move(beacon));
     } else {
       dropped_.push_back(identity);

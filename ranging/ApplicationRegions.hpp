@@ -19,14 +19,13 @@ using CLCircularRegionPtr = std::shared_ptr<const platform::CLCircularRegion>;
 class ApplicationRegions {
  public:
   void startMonitoring(const platform::CLRegionPtr& region) {
-    stopMonitoring(region->identifier());
     count(*region, 1);
-    monitored_.append(region->identifier(), region);
+    if (const auto replaced = monitored_.put(region->identifier(), region)) count(*replaced, -1);
   }
   void stopMonitoring(const std::string& identifier) {
     if (const auto stopped = monitored_.remove(identifier)) count(*stopped, -1);
   }
-  void startRanging(const platform::CLBeaconRegionPtr& region) { ranged_.append(region->identifier(), region); }
+  void startRanging(const platform::CLBeaconRegionPtr& region) { ranged_.put(region->identifier(), region); }
   void stopRanging(const std::string& identifier) { ranged_.remove(identifier); }
 
   std::vector<platform::CLRegionPtr> monitored() const { return valuesOf(monitored_); }

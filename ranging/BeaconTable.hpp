@@ -9,6 +9,8 @@
 #include "wayloom/platform/CLBeacon.hpp"
 #include "wayloom/ranging/SignalEstimator.hpp"
 
+#include "platform/SeededHash.hpp"
+
 namespace wayloom::ranging {
 
 struct TrackedBeacon {
@@ -75,8 +77,9 @@ class BeaconTable {
   std::size_t capacity_;
   std::vector<TrackedBeacon> slots_;
   std::vector<std::uint32_t> free_;
-  std::unordered_map<platform::BeaconIdentity, std::uint32_t> index_;
-  std::vector<std::unordered_map<platform::BeaconIdentity, std::uint32_t>::node_type> spareNodes_;
+  using Index = std::unordered_map<platform::BeaconIdentity, std::uint32_t, platform::SeededHash>;
+  Index index_;
+  std::vector<Index::node_type> spareNodes_;
   List heardOnce_;
   List heardTwice_;
 };

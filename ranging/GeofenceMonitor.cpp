@@ -26,7 +26,7 @@ void GeofenceMonitor::start(CLCircularRegionPtr region) {
   auto* known = watches_.find(region->identifier());
   if (known == nullptr) {
     const auto identifier = region->identifier();
-    watches_.append(identifier, {std::move(region)});
+    watches_.put(identifier, {std::move(region)});
   } else if (isSameCircle(*known->region, *region)) {
     known->region = std::move(region);
     known->isActive = true;

@@ -31,12 +31,16 @@ class IdentifiedList {
     return place == places_.end() ? nullptr : &place->second->second;
   }
 
-  // At the end; an earlier one of this identifier goes.
-  Value& append(const std::string& identifier, Value value) {
-    remove(identifier);
+  // At the end; what there was under the identifier.
+  Value put(const std::string& identifier, Value value) {
+    const auto place = places_.lower_bound(identifier);
+    if (place != places_.end() && place->first == identifier) {
+      entries_.splice(entries_.end(), entries_, place->second);
+      return std::exchange(place->second->second, std::move(value));
+    }
     auto& entry = entries_.emplace_back(identifier, std::move(value));
-    places_.emplace(entry.first, std::prev(entries_.end()));
-    return entry.second;
+    places_.emplace_hint(place, entry.first, std::prev(entries_.end()));
+    return Value();
   }
 
   // What there was under the identifier.

@@ -8,6 +8,8 @@
 
 #include "wayloom/platform/CLBeaconRegion.hpp"
 
+#include "platform/SeededHash.hpp"
+
 namespace wayloom::ranging {
 
 // Holds an Entry* for each region; the entries belong to the caller.
@@ -18,7 +20,8 @@ class RegionIndex {
 
   // Where it is now, for remove().
   Place add(const platform::CLBeaconRegion& region, Entry* entry) {
-    auto& entries = groups_[region.proximityUUID()][keyOf(region.major(), region.minor())];
+    const auto group = groups_.try_emplace(region.proximityUUID(), 0, groups_.hash_function()).first;
+    auto& entries = group->second[keyOf(region.major(), region.minor())];
     return entries.insert(entries.end(), entry);
   }
 
@@ -60,7 +63,8 @@ class RegionIndex {
            (static_cast<Key>(major.value_or(0)) << 16U) | minor.value_or(0);
   }
 
-  std::unordered_map<platform::UUID, std::unordered_map<Key, std::list<Entry*>>> groups_;
+  using Group = std::unordered_map<Key, std::list<Entry*>, platform::SeededHash>;
+  std::unordered_map<platform::UUID, Group, platform::SeededHash> groups_;
 };
 
 }  // namespace wayloom::ranging

@@ -33,24 +33,20 @@ class RegionWatchList {
  public:
   // The watch now registered, and whether it is a new one rather than one resumed.
   std::pair<RegionWatch&, bool> start(platform::CLBeaconRegionPtr region) {
-    auto* known = watches_.find(region->identifier());
-    if (known != nullptr && !sameBeacons(*(*known)->region, *region)) {
-      drop(region->identifier());
-      known = nullptr;
-    }
-    const bool isNew = known == nullptr;
+    const auto* known = watches_.find(region->identifier());
+    const bool isNew = known == nullptr || !sameBeacons(*(*known)->region, *region);
+    const auto watch = isNew ? std::make_shared<RegionWatch>() : *known;
     if (isNew) {
-      known = &watches_.append(region->identifier(), std::make_shared<RegionWatch>());
-      (*known)->place = index_.add(*region, known->get());
-    } else if (!(*known)->active) {
+      watch->place = index_.add(*region, watch.get());
+      if (const auto replaced = watches_.put(region->identifier(), watch)) forget(*replaced);
+    } else if (!watch->active) {
       --stopped_;
     }
-    auto& watch = **known;
-    watch.region = std::move(region);
-    watch.sequence = ++sequence_;
-    watch.active = true;
-    watch.isForgotten = false;
-    return {watch, isNew};
+    watch->region = std::move(region);
+    watch->sequence = ++sequence_;
+    watch->active = true;
+    watch->isForgotten = false;
+    return {*watch, isNew};
   }
 
   void stop(const std::string& identifier) {
@@ -61,12 +57,7 @@ class RegionWatchList {
   }
 
   void drop(const std::string& identifier) {
-    const auto watch = watches_.remove(identifier);
-    if (!watch) return;
-    index_.remove(*watch->region, watch->place);
-    if (!watch->active) --stopped_;
-    watch->active = false;
-    hasShrunk_ = true;
+    if (const auto watch = watches_.remove(identifier)) forget(*watch);
   }
 
   RegionWatch* findActive(const std::string& identifier) {
@@ -79,9 +70,7 @@ class RegionWatchList {
     if (stopped_ > 0) {
       watches_.eraseIf([this](const RegionWatchPtr& watch) {
         if (watch->active || !std::exchange(watch->isForgotten, true)) return false;
-        index_.remove(*watch->region, watch->place);
-        --stopped_;
-        hasShrunk_ = true;
+        forget(*watch);
         return true;
       });
     }
@@ -99,6 +88,14 @@ class RegionWatchList {
  private:
   static bool sameBeacons(const platform::CLBeaconRegion& a, const platform::CLBeaconRegion& b) {
     return a.proximityUUID() == b.proximityUUID() && a.major() == b.major() && a.minor() == b.minor();
+  }
+
+  // It is out of the list already, or about to be.
+  void forget(RegionWatch& watch) {
+    index_.remove(*watch.region, watch.place);
+    if (!watch.active) --stopped_;
+    watch.active = false;
+    hasShrunk_ = true;
   }
 
   IdentifiedList<RegionWatchPtr> watches_;

@@ -9,7 +9,7 @@
 #include "wayloom/platform/Json.hpp"
 #include "wayloom/platform/UUID.hpp"
 
-#include "FlatTable.hpp"
+#include "platform/FlatTable.hpp"
 
 namespace wayloom {
 
@@ -20,7 +20,7 @@ namespace wayloom {
 class BeaconIndex {
  public:
   using Word = std::optional<std::uint16_t>;
-  static constexpr std::uint32_t kNone = FlatTable<std::uint64_t>::kNone;
+  static constexpr std::uint32_t kNone = platform::FlatTable<std::uint64_t>::kNone;
 
   // The entries that speak of one identity, by their position in the array.
   struct Entries {
@@ -46,9 +46,9 @@ class BeaconIndex {
 
   std::uint32_t entryAt(std::uint32_t place) const { return place == kNone ? kNone : entryOf_[place]; }
 
-  FlatTable<platform::UUID> uuids_;     // to places
-  FlatTable<std::uint64_t> numbers_;    // place of the UUID with major, or with major and minor, to places
-  std::vector<std::uint32_t> entryOf_;  // by place
+  platform::FlatTable<platform::UUID> uuids_;   // to places
+  platform::FlatTable<std::uint64_t> numbers_;  // place of the UUID with major, or with major and minor, to places
+  std::vector<std::uint32_t> entryOf_;          // by place
 };
 
 }  // namespace wayloom
