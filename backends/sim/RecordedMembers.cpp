@@ -7,31 +7,11 @@ namespace wayloom::sim {
 namespace {
 
 constexpr std::size_t kCount = static_cast<std::size_t>(Member::count);
+// The most frequent ones first: they are searched in this order.
 constexpr std::array<std::string_view, kCount> kNames = {
     "t",      "type",    "rssi",       "uuid",       "major",     "minor",    "power",     "address",
     "region", "beacons", "identifier", "accuracy",   "proximity", "latitude", "longitude", "timestamp",
     "state",  "status",  "up",         "event_type", "map_id",    "x",        "y",         "version"};
-
-// A table in which each name has a place of its own, by its length and two of its characters.
-constexpr std::size_t kPlaces = 256;
-constexpr std::size_t placeOf(std::string_view name) {
-  const std::size_t first = static_cast<unsigned char>(name.front());
-  const std::size_t third = static_cast<unsigned char>(name[name.size() / 2]);
-  return (name.size() * 37U + first * 5U + third * 11U) % kPlaces;
-}
-constexpr auto makeTable() {
-  std::array<std::uint8_t, kPlaces> table{};
-  for (auto& place : table) place = kCount;
-  for (std::size_t i = 0; i < kCount; ++i) table[placeOf(kNames[i])] = static_cast<std::uint8_t>(i);
-  return table;
-}
-constexpr auto kTable = makeTable();
-constexpr bool isInjective() {
-  for (std::size_t i = 0; i < kCount; ++i)
-    if (kTable[placeOf(kNames[i])] != i) return false;
-  return true;
-}
-static_assert(isInjective());
 
 bool fail(Member member, std::string_view what, std::string& reason) {
   reason.assign(1, '"').append(nameOf(member)).append("\" ").append(what);
@@ -45,9 +25,9 @@ std::string_view nameOf(Member member) { return kNames[static_cast<std::size_t>(
 void RecordedMembers::collect(const simdjson::dom::object& object) {
   present_ = 0;
   for (const auto field : object) {
-    if (field.key.empty()) continue;
-    const auto index = kTable[placeOf(field.key)];
-    if (index == kCount || kNames[index] != field.key) continue;
+    const auto found = std::find(kNames.begin(), kNames.end(), field.key);
+    if (found == kNames.end()) continue;
+    const auto index = static_cast<std::size_t>(found - kNames.begin());
     values_[index] = field.value;
     present_ |= 1U << index;
   }

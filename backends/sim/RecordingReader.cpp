@@ -11,8 +11,8 @@
 namespace wayloom::sim {
 namespace {
 
-// A clock that was set, or damage: to let the years pass would take minutes.
-constexpr auto kLongestGap = std::chrono::hours(366 * 24);
+// Longer, and a clock was set or a line is damaged: to let the years pass would take hours.
+constexpr auto kLongestRecording = std::chrono::hours(366 * 24);
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 bool isBlank(std::string_view line) { return line.find_first_not_of(" \t\r") == line.npos; }
@@ -46,15 +46,17 @@ struct RecordingReader::State {
     if (event.type == RecordedType::header) return true;
     if (event.time < lastTime)
       reason = "\"t\" goes back in time";
-    else if (lastTime && event.time - *lastTime > kLongestGap)
-      reason = "\"t\" is more than a year after the line before";
+    else if (firstTime && event.time - *firstTime > kLongestRecording)
+      reason = "\"t\" is more than a year after the first line's";
     lastTime = event.time;
+    if (!firstTime) firstTime = event.time;
     return reason.empty();
   }
 
   LineReader lines;
   RecordingParser parser;
   RecordedEvent event;
+  std::optional<platform::CalendarTime> firstTime;
   std::optional<platform::CalendarTime> lastTime;
   bool isReady = false;
   std::optional<RecordingError> error;

@@ -1,8 +1,14 @@
 #include "wayloom/sim/SimWidgets.hpp"
 
+#include <iterator>
 #include <utility>
 
 namespace wayloom::sim {
+namespace {
+
+constexpr std::ptrdiff_t kKeptScripts = 1000;
+
+}  // namespace
 
 void SimButton::press() {
   if (const auto pressed = pressed_) pressed();
@@ -22,6 +28,7 @@ std::optional<std::string> SimWebView::evaluateScript(const std::string& script)
 }
 
 void SimWebView::note(const std::string& script) {
+  if (std::ssize(scripts_) >= 2 * kKeptScripts) scripts_.erase(scripts_.begin(), scripts_.end() - kKeptScripts);
   scripts_.push_back(script);
   if (options_->scriptObserver) options_->scriptObserver(script);
 }

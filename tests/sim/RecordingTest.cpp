@@ -47,6 +47,8 @@ TEST(RecordingReader, refusesMalformedLinesAndSaysWhy) {
       {R"({"t":NaN,"type":"new"})", "1: not JSON"},
       {"{\"t\":2,\"type\":\"new\"}\n\n{\"t\":1.5,\"type\":\"new\"}", R"(3: "t" goes back in time)"},
       {"{\"t\":0,\"type\":\"new\"}\n{\"t\":1.7e9,\"type\":\"new\"}", R"(2: "t" is more than a year after)"},
+      {"{\"t\":0,\"type\":\"new\"}\n{\"t\":3e7,\"type\":\"new\"}\n{\"t\":6e7,\"type\":\"new\"}",
+       R"(3: "t" is more than a year after the first line's)"},
       {R"({"type":"header","version":2})", "1: a recording of version 2"},
       {R"({"type":"header","version":"1"})", R"(1: "version" must be an integer)"},
       {R"({"t":1,"type":"ranging","beacons":[]})", R"(1: "region" is missing)"},

@@ -258,6 +258,52 @@ TEST_F(DevelopmentServerTest, TakesFaultsWhileItRuns) {
   EXPECT_GT(std::count(statuses[0].begin(), statuses[0].end(), 200), 5);
 }
 
+TEST_F(DevelopmentServerTest, BoundsWhatComesIn) {
+  start();
+  const std::string token = "Authorization: Token token=\"t k\"\r\n";
+  const auto head = [&](const std::string& path, const std::string& more) {
+    return "POST " + path + " HTTP/1.1\r\nHost: h\r\n" + token + more + "\r\n";
+  };
+  // Chunks without an end: each is let in, their sum is not.
+  for (const auto& [path, answer] :
+       {std::pair("/v1/events", "HTTP/1.1 413"), std::pair("/elsewhere", "HTTP/1.1 404")}) {
+    const auto connection = connectTo(server_->url());
+    const std::string chunk = "100000\r\n" + std::string(1U << 20U, ' ') + "\r\n";
+    std::string request = head(path, "Transfer-Encoding: chunked\r\n");
+    for (int i = 0; i < 40; ++i, request = chunk)
+      if (::send(connection.get(), request.data(), request.size(), MSG_NOSIGNAL) < 0) break;
+    EXPECT_THAT(say(connection, ""), StartsWith(answer)) << path;
+  }
+  EXPECT_THAT(
+      say(connectTo(server_->url()), head("/v1/events", "Transfer-Encoding: chunked\r\n") + "2\r\n{}\r\n0\r\n\r\n"),
+      StartsWith("HTTP/1.1 200"));
+  EXPECT_EQ(kept("analytics.jsonl").size(), 1U) << "only what was whole";
+  // Clients that stand still in the middle of a request are in nobody's way.
+  std::vector<posix::FileDescriptor> dripping;
+  for (int i = 0; i < 300; ++i) {
+    dripping.push_back(connectTo(server_->url()));
+    ::send(dripping.back().get(), "GET /ki", 7, MSG_NOSIGNAL);
+  }
+  EXPECT_EQ(get("/maps/map_config.json").status, 200);
+}
+
+// A full disk is told, and what it tore stays on a line of its own.
+TEST_F(DevelopmentServerTest, KeepsWhatItCan) {
+  std::filesystem::create_directory(venue_.path() + "/kept");
+  venue_.write("kept/analytics.jsonl", "{\"torn\":");
+  std::filesystem::create_symlink("/dev/full", venue_.path() + "/kept/status.jsonl");
+  start();
+  EXPECT_EQ(post("/v1/events", kApiToken, "{}").status, 200);
+  EXPECT_EQ(post("/v1/events", kApiToken, "{}").status, 200);
+  const auto lines = kept("analytics.jsonl");
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_TRUE(lines[0].is_null());
+  EXPECT_EQ(lines[1]["status"], 200);
+  const auto response = post("/status", kStatusToken, "{}");
+  EXPECT_EQ(response.status, 500);
+  EXPECT_EQ(response.body, "can't be kept: No space left on device\n");
+}
+
 TEST_F(DevelopmentServerTest, PointsTheKitsStatusToItself) {
   start({}, true);
   const auto port = server_->url().substr(server_->url().rfind(':'));
@@ -289,9 +335,12 @@ TEST_F(DevelopmentServerTest, WritesABundleThatPointsToIt) {
   EXPECT_TRUE(std::filesystem::exists(folder.path() + "/new/bundle/plan.svg"));
   const auto list = posix::PlistReader().readDictionary(folder.path() + "/new/bundle/Wayloom.plist");
   EXPECT_EQ(client_.sendSynchronously({.url = (*list)["WLMapConfigURL"].get<std::string>()}).body, "{}");
-  ServeProcess own(venue_.path(), {"--write-bundle", venue_.path() + "/bundle/../bundle"});
-  EXPECT_EQ(own.url(), "");
-  EXPECT_EQ(own.wait(), 1);
+  for (const char* inside : {"/bundle/../bundle", "/bundle/new/deep"}) {
+    ServeProcess own(venue_.path(), {"--write-bundle", venue_.path() + inside});
+    EXPECT_EQ(own.url(), "");
+    EXPECT_EQ(own.wait(), 1);
+  }
+  EXPECT_FALSE(std::filesystem::exists(venue_.path() + "/bundle/new"));
 }
 
 TEST_F(DevelopmentServerTest, StopsWhateverItsClientsDo) {

@@ -1,6 +1,8 @@
 // The replay command as its users run it: golden recordings, restarts, hostile input, exit statuses.
 #include <array>
+#include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -69,8 +71,9 @@ TEST(ReplayCommand, showsAMapInAView) {
   }
   EXPECT_EQ(scripts, expected);
   EXPECT_EQ(std::set(scripts.begin(), scripts.end()).size(), 2U) << "a dot on the map, and one elsewhere";
-  EXPECT_EQ(runShell(kReplay + "--view-map nowhere " + kData + "lag-and-dwell.jsonl").output,
-            runShell(kReplay + kData + "lag-and-dwell.jsonl").output);
+  const auto nowhere = runShell(kReplay + "--view-map nowhere " + kData + "lag-and-dwell.jsonl 2>&1");
+  EXPECT_EQ(nowhere.status, 1);
+  EXPECT_EQ(nowhere.output, kData + "venue: the venue has no map \"nowhere\" to show\n");
 }
 
 TEST(ReplayCommand, explainsElections) {
@@ -122,6 +125,83 @@ TEST(ReplayCommand, saysWhereARecordingIsMalformedAndKeepsWhatWasPrinted) {
   EXPECT_EQ(empty.output, "/dev/null: there is no event in it\n");
   EXPECT_EQ(runShell(kReplay + folder.path() + " 2>&1").status, 1);
   EXPECT_EQ(runShell(kReplay + "/nonexistent 2>&1").output, "/nonexistent: No such file or directory\n");
+}
+
+// Whatever ends it, a replay leaves no folder behind.
+TEST(ReplayCommand, leavesNothingInTheTemporaryDirectory) {
+  const sim::TestFolder temporary;
+  for (const char* end : {"kill -INT $!", "kill -TERM $!", "kill -HUP $!"}) {
+    // A shell without job control starts what is in the background with SIGINT ignored.
+    const auto line = "cd " + temporary.path() + "; mkfifo pipe; exec 3<>pipe; python3 -c \"import os,signal; " +
+                      "signal.signal(signal.SIGINT, signal.SIG_DFL); os.execv(\\\"" + WAYLOOM_BINARY_DIR +
+                      "/wayloom\\\", \\\"wayloom replay --venue " + kData + "venue pipe\\\".split())\" >out & " +
+                      "echo \"{\\\"t\\\":1,\\\"type\\\":\\\"network\\\",\\\"up\\\":true}\" >&3; " +
+                      "until ls -d wayloom-*; do sleep 0.05; done; " + end + "; wait $!; echo $?; rm pipe; ls";
+    const auto outcome = runShell("TMPDIR=" + temporary.path() + " bash -c '" + line + "'");
+    const auto status = outcome.output.find("\n") + 1;
+    EXPECT_THAT(outcome.output.substr(status), testing::MatchesRegex("1[0-9]+\nout\n")) << end;
+  }
+  EXPECT_EQ(runShell("cd " + temporary.path() + "; TMPDIR=$PWD " + kReplay + "--events all " + kData +
+                     "expiry.jsonl | head -1 >out; ls")
+                .output,
+            "out\n");
+}
+
+// What can't be used of a venue is told with its file, and ends the command with a status that says so.
+TEST(Commands, tellWhatOfAVenueCannotBeUsed) {
+  sim::TestFolder folder;
+  const auto& path = folder.path();
+  folder.write("truth.jsonl", "{\"t\":1,\"type\":\"truth\",\"map_id\":\"lobby\",\"x\":1,\"y\":2}\n");
+  folder.write("nowhere.jsonl", "{\"t\":1,\"type\":\"network\",\"up\":true}\n" +
+                                    std::string("{\"t\":2,\"type\":\"truth\",\"map_id\":\"x\",\"x\":1,\"y\":2}\n"));
+  folder.write("far.json", R"({"waypoints":[{"map_id":"lobby","x":0,"y":0},{"map_id":"lobby","x":1e12,"y":0}]})");
+  const std::string venue = " --venue " + path;
+  const std::string replay = "replay" + venue + " " + path + "/truth.jsonl";
+  const std::string evaluate = "evaluate" + venue + " " + path + "/truth.jsonl";
+  const std::string simulate = "simulate" + venue + " --seed 1 -o /dev/null";
+  const std::string serve = "serve" + venue + " --port 0";
+  const std::string update = "maps update" + venue + " --documents " + path + "/documents --time-limit 1";
+  std::string utf16;
+  for (const char c : sim::propertyList("")) utf16.append({c, '\0'});
+  struct Case {
+    std::string file;
+    std::string content;  // "-" for none
+    std::vector<std::string> commands;
+    std::string said;
+  };
+  const std::vector<Case> cases = {
+      {"server/kit.json", "-", {replay, evaluate, simulate, serve}, "server/kit.json: can't be read"},
+      {"server/kit.json", "{\"kit\":", {replay, evaluate, serve}, "server/kit.json: byte"},
+      {"server/kit.json", "{\"kit\":[]}", {replay, simulate, serve}, "there is no object under \"kit\""},
+      {"bundle/Wayloom.plist",
+       "<plist",
+       {replay, evaluate, simulate, serve, update},
+       "Wayloom.plist: is not a property"},
+      {"bundle/Wayloom.plist", utf16, {replay, serve, "maps check" + venue}, "UTF-16, which is not read"},
+      {"bundle/Wayloom.plist", "-", {replay, evaluate, serve, update}, "Wayloom.plist: is missing"},
+      {"bundle/Info.plist", sim::propertyList(""), {replay, evaluate}, "NSLocationAlwaysUsageDescription"},
+      {"bundle/map_config.json", "-", {replay, evaluate, simulate}, "map_config.json: can't be read"},
+      {"bundle/map_config.json", "{}", {replay, evaluate, simulate}, "there is no map in it"},
+      {"radio.json", "{\"beacons\":[]}", {simulate}, "radio.json: there are no \"beacons\" in it"},
+      {"documents", "a file", {replay + " --documents " + path + "/documents", update}, "documents: Not a directory"},
+      {"documents/x", "", {simulate + " --walk " + path + "/far.json"}, "far.json: the walk takes more than a week"},
+      {"documents/y",
+       "",
+       {"evaluate" + venue + " " + path + "/nowhere.jsonl"},
+       "nowhere.jsonl:2: the venue has no map"},
+  };
+  for (const auto& [file, content, commands, said] : cases) {
+    std::filesystem::remove_all(path + "/radio.json");
+    std::filesystem::remove_all(path + "/documents");
+    sim::writeVenue(folder);
+    folder.write(file, content);
+    if (content == "-") std::filesystem::remove(path + "/" + file);
+    for (const auto& command : commands) {
+      const auto outcome = runShell("timeout 20 " + kCommand + command + " 2>&1");
+      EXPECT_EQ(outcome.status, 1) << command << file;
+      EXPECT_THAT(outcome.output, testing::HasSubstr(said)) << command;
+    }
+  }
 }
 
 TEST(ReplayCommand, exitStatuses) {

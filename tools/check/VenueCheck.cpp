@@ -15,6 +15,7 @@
 #include "tools/check/KitCheck.hpp"
 #include "tools/check/MapConfigCheck.hpp"
 #include "tools/common/VenueEndpoints.hpp"
+#include "tools/common/VenueTroubles.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -30,7 +31,7 @@ class PropertyListCheck {
     std::error_code ignored;
     exists_ = std::filesystem::exists(file_, ignored);
     if (exists_) list_ = posix::PlistReader().readDictionary(file_);
-    if (exists_ && !list_) tell(Severity::error, "is not a property list that holds a dictionary");
+    if (exists_ && !list_) tell(Severity::error, propertyListTrouble(file_).value_or("can't be read"));
   }
 
   bool exists() const { return exists_; }

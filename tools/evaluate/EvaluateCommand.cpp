@@ -13,8 +13,10 @@
 
 #include "backends/posix/PosixFiles.hpp"
 #include "tools/common/Command.hpp"
+#include "tools/common/DocumentsFolder.hpp"
 #include "tools/common/Progress.hpp"
 #include "tools/common/VenuePlans.hpp"
+#include "tools/common/VenueTroubles.hpp"
 #include "tools/evaluate/Evaluation.hpp"
 #include "tools/evaluate/EvaluationReport.hpp"
 
@@ -65,9 +67,11 @@ ReportPlan planOf(platform::Platform& platform, const TWLMapConfig& map) {
 }
 
 void printRow(const std::string& name, const Figures& f) {
-  standardOutput().print("{:<32.32} {:>7} {:>6.1f} {:>6.1f} {:>6.1f} {:>8.2f} {:>8.2f} {:>7.1f} {:>8.2f}\n", name,
-                         f.seconds, 100 * f.fixShare(), 100 * f.rightMapShare(), 100 * f.hitShare(),
-                         f.errorQuantile(0.5), f.errorQuantile(0.9), f.switchesPerMinute(), f.badSwitchesPerMinute());
+  standardOutput().print("{:<32.32} {:>7} {:>6} {:>6} {:>6} {:>8} {:>8} {:>7} {:>8}\n", name, f.seconds,
+                         figureText(f.fixShare(), 1, 100), figureText(f.rightMapShare(), 1, 100),
+                         figureText(f.hitShare(), 1, 100), figureText(f.errorQuantile(0.5), 2),
+                         figureText(f.errorQuantile(0.9), 2), figureText(f.switchesPerMinute(), 1),
+                         figureText(f.badSwitchesPerMinute(), 2));
 }
 
 void printTable(const ReportInput& input) {
@@ -78,7 +82,8 @@ void printTable(const ReportInput& input) {
 }
 
 ReportInput describeVenue(const Options& options) {
-  sim::SimPlatform device({.venue = options.venue});
+  const DocumentsFolder documents("", StopSignals::endTheProgram);
+  sim::SimPlatform device({.venue = options.venue, .documents = documents.path()});
   platform::Platform& platform = device.platform();
   std::string error;
   const auto kit = readKit(platform, device.venue(), error);
@@ -90,54 +95,66 @@ ReportInput describeVenue(const Options& options) {
   return input;
 }
 
-// Keeps the truth of a replayed recording beside what was reported.
+// Keeps what was reported.
 class WalkListener : public sim::ReplayListener {
  public:
-  void delivering(const sim::RecordedEvent& event) override {
-    if (event.type == sim::RecordedType::truth) truth_.emplace_back(event.t, event.truth);
-  }
-
   void located(double t, const TWLMapLocationPtr& location) override {
     ReportedPosition report{.t = t};
     if (location) {
       report.place = PlanPoint{location->mapId(), location->pixelCoords().x, location->pixelCoords().y};
       report.uncertaintyMeters = location->uncertaintyRadiusMeters();
     }
-    walk_.reported.push_back(std::move(report));
+    walk.reported.push_back(std::move(report));
   }
 
-  // Truth in degrees needs the maps, which the replayed world has.
-  Walk take(platform::Platform& platform) {
-    for (const auto& [t, truth] : truth_) {
-      PlanPoint place{truth.mapId, truth.x, truth.y};
-      if (truth.geographic) {
-        const auto location =
-            TWLLocationUtils::mapLocationForGeolocationForMapId(platform, truth.coordinate, truth.mapId);
-        place = {truth.mapId, location->pixelCoords().x, location->pixelCoords().y};
-      }
-      walk_.truth.push_back({t, std::move(place)});
-    }
-    return std::move(walk_);
-  }
-
- private:
-  std::vector<std::pair<double, sim::RecordedTruth>> truth_;
-  Walk walk_;
+  Walk walk;
 };
 
-std::string errorText(const std::string& recording, const sim::RecordingError& error) {
-  return error.line == 0 ? fmt::format("{}: {}", recording, error.reason)
-                         : fmt::format("{}:{}: {}", recording, error.line, error.reason);
+// A place where the device really was, and the line that says so.
+struct TruthLine {
+  std::uint64_t line;
+  double t;
+  sim::RecordedTruth truth;
+};
+
+std::string placeIn(const std::string& recording, std::uint64_t line) {
+  return line == 0 ? recording : fmt::format("{}:{}", recording, line);
+}
+
+// Needs the maps, which the replayed world has. There is nothing to compare with on one that doesn't exist.
+TruthPoint truthPoint(platform::Platform& platform, const std::string& recording, const TruthLine& line) {
+  const auto& truth = line.truth;
+  if (TWLMapConfigRepo::sharedRepo(platform).forMapId(truth.mapId) == nullptr)
+    throw std::runtime_error(
+        fmt::format("{}: the venue has no map \"{}\"", placeIn(recording, line.line), truth.mapId));
+  if (!truth.geographic) return {line.t, {truth.mapId, truth.x, truth.y}};
+  const auto location = TWLLocationUtils::mapLocationForGeolocationForMapId(platform, truth.coordinate, truth.mapId);
+  return {line.t, {truth.mapId, location->pixelCoords().x, location->pixelCoords().y}};
+}
+
+// Replays the recording to its end.
+std::vector<TruthLine> replayForTruth(const std::string& recording, sim::Replayer& replayer) {
+  std::vector<TruthLine> truth;
+  auto reader = sim::RecordingReader::ofFile(recording);
+  while (const auto* event = reader.next()) {
+    if (event->type == sim::RecordedType::truth) truth.push_back({reader.line(), event->t, event->truth});
+    replayer.deliver(*event);
+  }
+  if (const auto& error = reader.error())
+    throw std::runtime_error(placeIn(recording, error->line) + ": " + error->reason);
+  if (truth.empty()) throw std::runtime_error(recording + ": there is no line of type \"truth\" to compare with");
+  return truth;
 }
 
 void evaluateRecording(const Options& options, const std::string& recording, ReportInput& input) {
+  const DocumentsFolder documents("", StopSignals::endTheProgram);
   WalkListener listener;
-  sim::Replayer replayer({.venue = options.venue, .useOwnDistance = options.useOwnDistance}, listener);
-  auto reader = sim::RecordingReader::ofFile(recording);
-  if (const auto error = replayer.run(reader)) throw std::runtime_error(errorText(recording, *error));
+  sim::Replayer replayer(
+      {.venue = options.venue, .documents = documents.path(), .useOwnDistance = options.useOwnDistance}, listener);
+  const auto truth = replayForTruth(recording, replayer);
   platform::Platform& platform = replayer.world()->platform();
-  const Walk walk = listener.take(platform);
-  if (walk.truth.empty()) throw std::runtime_error(recording + ": there is no line of type \"truth\" to compare with");
+  auto& walk = listener.walk;
+  for (const auto& line : truth) walk.truth.push_back(truthPoint(platform, recording, line));
   const PlanDistance distance = planDistance(platform);
   ReportWalk judged{.name = std::filesystem::path(recording).stem().string(),
                     .seconds = evaluateWalk(walk, input.beacons, distance),
@@ -153,6 +170,8 @@ void writeReport(const std::string& path, const ReportInput& input) {
 }
 
 int run(const Options& options) {
+  if (tellTroubles(options.venue, {VenuePart::addresses, VenuePart::usage, VenuePart::builtInMaps, VenuePart::kit}))
+    return kRunFailed;
   ReportInput input = describeVenue(options);
   Progress progress;
   const auto count = options.recordings.size();

@@ -10,7 +10,9 @@ namespace {
 // Two places closer than this are one: a reported position is a beacon's own place but for rounding.
 constexpr double kSamePlacePixels = 0.01;
 
-double share(int part, int whole) { return whole > 0 ? static_cast<double>(part) / whole : 0.0; }
+std::optional<double> share(int part, int whole, double scale = 1.0) {
+  return whole > 0 ? std::optional(scale * part / whole) : std::nullopt;
+}
 
 double pixelDistance(const PlanPoint& a, const PlanPoint& b) { return std::hypot(a.x - b.x, a.y - b.y); }
 
@@ -56,18 +58,20 @@ int beaconAt(const std::vector<MappedBeacon>& beacons, const PlanPoint* place) {
 
 }  // namespace
 
-double Figures::fixShare() const { return share(fixes, seconds); }
-double Figures::hitShare() const { return share(hits, fixes); }
-double Figures::rightMapShare() const { return share(onRightMap, fixes); }
+std::optional<double> Figures::fixShare() const { return share(fixes, seconds); }
+std::optional<double> Figures::hitShare() const { return share(hits, fixes); }
+std::optional<double> Figures::rightMapShare() const { return share(onRightMap, fixes); }
 
-double Figures::errorQuantile(double quantile) const {
-  if (errors.empty()) return 0.0;
+std::optional<double> Figures::errorQuantile(double quantile) const {
+  if (errors.empty()) return std::nullopt;
   const auto rank = static_cast<std::size_t>(quantile * static_cast<double>(errors.size()));
   return errors[std::min(rank, errors.size() - 1)];
 }
 
-double Figures::switchesPerMinute() const { return 60.0 * share(switches, seconds); }
-double Figures::badSwitchesPerMinute() const { return 60.0 * share(badSwitches, seconds); }
+std::optional<double> Figures::switchesPerMinute() const { return share(switches, fixes > 0 ? seconds : 0, 60.0); }
+std::optional<double> Figures::badSwitchesPerMinute() const {
+  return share(badSwitches, fixes > 0 ? seconds : 0, 60.0);
+}
 
 void Figures::add(const Figures& other) {
   seconds += other.seconds;

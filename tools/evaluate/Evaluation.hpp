@@ -64,12 +64,13 @@ struct Figures {
   int badSwitches = 0;         // of those, to a beacon farther from the truth than the one left
   std::vector<double> errors;  // metres, one a fix, sorted
 
-  double fixShare() const;
-  double hitShare() const;
-  double rightMapShare() const;
-  double errorQuantile(double share) const;  // metres; 0 without a fix
-  double switchesPerMinute() const;
-  double badSwitchesPerMinute() const;
+  // Nothing where there is nothing to take the figure from.
+  std::optional<double> fixShare() const;
+  std::optional<double> hitShare() const;
+  std::optional<double> rightMapShare() const;
+  std::optional<double> errorQuantile(double share) const;  // metres
+  std::optional<double> switchesPerMinute() const;
+  std::optional<double> badSwitchesPerMinute() const;
 
   void add(const Figures& other);
 };

@@ -95,11 +95,12 @@ void appendPlanImages(std::string& out, const std::vector<ReportPlan>& plans) {
 }
 
 void appendFiguresRow(std::string& out, const std::string& name, const Figures& f) {
-  append(out,
-         "<tr><td>{}</td><td>{}</td><td>{:.1f}</td><td>{:.1f}</td><td>{:.1f}</td><td>{:.2f}</td><td>{:.2f}</td>"
-         "<td>{:.1f}</td><td>{:.2f}</td></tr>\n",
-         escaped(name), f.seconds, 100 * f.fixShare(), 100 * f.rightMapShare(), 100 * f.hitShare(),
-         f.errorQuantile(0.5), f.errorQuantile(0.9), f.switchesPerMinute(), f.badSwitchesPerMinute());
+  append(
+      out,
+      "<tr><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td><td>{}</td></tr>\n",
+      escaped(name), f.seconds, figureText(f.fixShare(), 1, 100), figureText(f.rightMapShare(), 1, 100),
+      figureText(f.hitShare(), 1, 100), figureText(f.errorQuantile(0.5), 2), figureText(f.errorQuantile(0.9), 2),
+      figureText(f.switchesPerMinute(), 1), figureText(f.badSwitchesPerMinute(), 2));
 }
 
 void appendFigures(std::string& out, const ReportInput& input) {
@@ -181,7 +182,7 @@ void appendErrorDistribution(std::string& out, const ReportInput& input) {
   if (input.total.errors.empty()) return;
   constexpr double kWidth = 600;
   constexpr double kHeight = 200;
-  const double metresShown = std::max(5.0, std::ceil(input.total.errorQuantile(0.99) / 5.0) * 5.0);
+  const double metresShown = std::max(5.0, std::ceil(input.total.errorQuantile(0.99).value_or(0.0) / 5.0) * 5.0);
   out +=
       "<h2>Error distribution</h2><p>Share of the seconds with a position whose error is at most so many metres.</p>";
   append(out, "<svg viewBox='-40 -10 {} {}' style='max-width:44rem' role='img' aria-label='Error distribution'>\n",
@@ -250,6 +251,10 @@ void appendWalk(std::string& out, const ReportInput& input, const ReportWalk& wa
 }
 
 }  // namespace
+
+std::string figureText(std::optional<double> figure, int decimals, double factor) {
+  return figure ? fmt::format("{:.{}f}", *figure * factor, decimals) : "-";
+}
 
 std::string renderEvaluationReport(const ReportInput& input) {
   std::string out = "<!doctype html>\n<html lang='en'><head><meta charset='utf-8'>";

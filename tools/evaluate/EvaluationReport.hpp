@@ -1,6 +1,7 @@
 // Draws evaluated walks: one self-contained HTML file without scripts, for light and dark screens and for print.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ struct ReportInput {
   std::vector<ReportWalk> walks;
   Figures total;
 };
+
+// A figure as it is printed, times `factor`; "-" when there is none.
+std::string figureText(std::optional<double> figure, int decimals, double factor = 1.0);
 
 std::string renderEvaluationReport(const ReportInput& input);
 

@@ -16,6 +16,8 @@
 #include "backends/sim/JsonText.hpp"
 #include "tools/check/VenueCheck.hpp"
 #include "tools/common/Command.hpp"
+#include "tools/common/DocumentsFolder.hpp"
+#include "tools/common/VenueTroubles.hpp"
 #include "tools/maps/MapList.hpp"
 #include "tools/maps/UpdateDisplay.hpp"
 
@@ -66,7 +68,8 @@ class Update {
   }
 
   int run() {
-    if (!std::filesystem::is_directory(documents_)) return give("the directory can't be made: " + documents_);
+    if (tellTroubles(options_.venue, {VenuePart::addresses})) return kRunFailed;
+    const DocumentsFolder folder(documents_);  // tells why it can't be used
     if (!TWLConfig(*platform_).WLMapConfigURL())
       return give(options_.venue + "/bundle/Wayloom.plist: there is no WLMapConfigURL to ask");
     TWLMapConfigRepo::sharedRepo(*platform_).setUpdateObserver([this](const MapUpdateStep& step) {

@@ -9,12 +9,13 @@
 #include <unistd.h>
 
 #include "wayloom/posix/LibraryResources.hpp"
-#include "wayloom/regions/MissingUsageDescription.hpp"
 
 #include "backends/posix/PosixFiles.hpp"
 #include "tools/common/Command.hpp"
+#include "tools/common/DocumentsFolder.hpp"
 #include "tools/common/EngineOptions.hpp"
 #include "tools/common/Progress.hpp"
+#include "tools/common/VenueTroubles.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -81,10 +82,10 @@ class Input {
   int descriptor_;
 };
 
-sim::ReplayOptions replayOptions(const Options& options) {
+sim::ReplayOptions replayOptions(const Options& options, const DocumentsFolder& documents) {
   sim::ReplayOptions replay;
   replay.venue = options.engine.venue;
-  replay.documents = options.engine.documents;
+  replay.documents = documents.path();
   replay.resourceBundle = posix::libraryResources();
   replay.useOwnDistance = options.engine.useOwnDistance;
   replay.explainElections = options.engine.printsAll();
@@ -126,12 +127,15 @@ int replay(const Options& options) {
   const Input input(options.recording);
   if (!input.isOpen())
     return fail(printer, fmt::format("{}: {}", input.name(), std::generic_category().message(errno)));
-  try {
-    sim::Replayer replayer(replayOptions(options), printer);
-    return runLines(input, replayer, printer);
-  } catch (const MissingUsageDescription& missing) {
-    return fail(printer, fmt::format("{}/bundle/Info.plist: {}", options.engine.venue, missing.what()));
-  }
+  if (tellTroubles(options.engine.venue, {VenuePart::addresses, VenuePart::usage, VenuePart::builtInMaps}))
+    return kRunFailed;
+  if (!options.viewMap.empty() && !knowsMap(options.engine.venue, options.engine.documents, options.viewMap))
+    return fail(printer, fmt::format("{}: the venue has no map \"{}\" to show", options.engine.venue, options.viewMap));
+  const DocumentsFolder documents(options.engine.documents, StopSignals::endTheProgram);
+  sim::Replayer replayer(replayOptions(options, documents), printer);
+  const int status = runLines(input, replayer, printer);
+  // Without a kit there is something to see, too: what the system makes of that.
+  return tellTroubles(options.engine.venue, {VenuePart::kit}) ? kRunFailed : status;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -33,13 +34,25 @@ std::string lineOf(const ReceivedRequest& request) {
 }  // namespace
 
 RequestJournal::RequestJournal(const std::string& path)
-    : file_(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kForOwner)) {
+    : file_(::open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, kForOwner)) {
   if (!file_) throw std::system_error(errno, std::generic_category(), path);
+  struct stat status {};
+  char last = '\n';
+  if (::fstat(file_.get(), &status) == 0 && status.st_size > 0)
+    isTorn_ = ::pread(file_.get(), &last, 1, status.st_size - 1) == 1 && last != '\n';
 }
 
-bool RequestJournal::keep(const ReceivedRequest& request) const {
-  const auto line = lineOf(request);
-  return ::write(file_.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size());
+int RequestJournal::keep(const ReceivedRequest& request) {
+  const std::lock_guard lock(mutex_);
+  const auto line = (isTorn_ ? "\n" : "") + lineOf(request);
+  const auto count = ::write(file_.get(), line.data(), line.size());
+  if (count == static_cast<ssize_t>(line.size())) {
+    isTorn_ = false;
+    return 0;
+  }
+  if (count < 0) return errno;
+  if (count > 0) isTorn_ = line[static_cast<std::size_t>(count) - 1] != '\n';
+  return ENOSPC;
 }
 
 }  // namespace wayloom::tools

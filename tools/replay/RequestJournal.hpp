@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <string>
 
 #include "wayloom/platform/HttpClient.hpp"
@@ -23,18 +24,21 @@ struct ReceivedRequest {
 //
 // "t" is when it was received, seconds since 1970. A body that is no JSON is "body_text", its bytes that are no UTF-8
 // replaced. "fault" is there when the answer was spoilt. A line is in the file before the answer is sent, and is
-// written at once, so that lines of several writers never mix. Any thread.
+// written at once, so that lines of several writers never mix. What a full disk tore stays, on a line of its own. Any
+// thread.
 class RequestJournal {
  public:
   // Appends to the file, which is made when it is missing and readable for its owner only: tokens are in it.
   // Throws std::system_error when it can't be opened.
   explicit RequestJournal(const std::string& path);
 
-  // Whether the line was written whole.
-  bool keep(const ReceivedRequest& request) const;
+  // 0 when the line was written whole, else an errno.
+  int keep(const ReceivedRequest& request);
 
  private:
   posix::FileDescriptor file_;
+  std::mutex mutex_;
+  bool isTorn_ = false;  // whether the file's last line has no end
 };
 
 }  // namespace wayloom::tools

@@ -1,7 +1,7 @@
 #include "tools/serve/BundleWriter.hpp"
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <plist/plist.h>
 #include <utility>
@@ -36,23 +36,29 @@ std::string withMembers(const std::string& list, const Members& members) {
 }
 
 std::string pointPropertyList(const fs::path& path, const Members& members) {
-  const auto content = posix::readRegularFile(fs::absolute(path).string(), kLargestPropertyList);
+  const auto content = posix::readRegularFile(posix::absolutePath(path), kLargestPropertyList);
   if (!content) return {};  // a bundle needn't have both
   const auto pointed = withMembers(*content, members);
   if (pointed.empty()) return path.string() + ": no property list with a dictionary";
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << pointed << std::flush;
-  return file ? std::string() : path.string() + ": can't be written";
+  const auto error = posix::writeWholeFile(posix::absolutePath(path), pointed);
+  return error ? error->description : std::string();
+}
+
+// Whether the folder, which needn't be there yet, is the other one or somewhere in it.
+bool isWithin(const fs::path& folder, const fs::path& other) {
+  std::error_code failure;
+  const auto inner = fs::weakly_canonical(folder, failure);
+  const auto outer = fs::canonical(other, failure);
+  return !failure && std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
 }
 
 }  // namespace
 
 std::string writeBundle(const VenueEndpoints& endpoints, const std::string& base, const std::string& folder) {
   const fs::path bundle = endpoints.venue() + "/bundle";
+  if (isWithin(folder, bundle)) return folder + ": is in the venue's own bundle, which stays as it is";
   std::error_code failure;
   fs::create_directories(folder, failure);
-  if (fs::equivalent(bundle, folder, failure)) return folder + ": is the venue's own bundle, which stays as it is";
-  failure.clear();
   fs::copy(bundle, folder, fs::copy_options::recursive | fs::copy_options::overwrite_existing, failure);
   if (failure) return "can't copy " + bundle.string() + " to " + folder + ": " + failure.message();
   Members members = {{"GFKitURL", endpoints.kitUrl(base)}, {"GFAnalyticsURL", endpoints.analyticsUrl(base)}};

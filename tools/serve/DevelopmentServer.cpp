@@ -17,6 +17,7 @@
 
 #include "backends/posix/PosixFiles.hpp"
 #include "tools/replay/RequestJournal.hpp"
+#include "tools/serve/ConnectionThreads.hpp"
 #include "tools/serve/FaultRules.hpp"
 #include "tools/serve/ServerConnection.hpp"
 
@@ -26,15 +27,17 @@ namespace {
 using httplib::Request;
 using httplib::Response;
 
-constexpr std::size_t kThreads = 64;  // a request that hangs and an idle connection have one each
+constexpr std::size_t kMostConnections = 800;  // at once, fewer than a process may usually have descriptors
 constexpr std::size_t kRequestsOfAConnection = 10'000;
-constexpr std::size_t kLargestBody = 64U << 20U;
+constexpr std::size_t kLargestBody = 16U << 20U;  // once unpacked; a document of analytics has a megabyte
 constexpr std::size_t kNoiseForEmptyBody = 64;
 
 // What the thread is serving: the library hands its handlers the request alone.
 struct Exchange {
   Endpoint endpoint = Endpoint::none;
   Fault fault;
+  std::string body;
+  bool endsConnection = false;  // what is left of the request is not read
 };
 thread_local Exchange* current = nullptr;
 
@@ -96,7 +99,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
  public:
   explicit Implementation(DevelopmentServerOptions options)
       : options_(std::move(options)), endpoints_(options_.venue), faults_(options_.seed) {
-    new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+    new_task_queue = [] { return new ConnectionThreads(kMostConnections); };
     // The library's own options would let two servers share a port.
     set_socket_options([](socket_t socket) {
       const int yes = 1;
@@ -164,15 +167,48 @@ class DevelopmentServer::Implementation : public httplib::Server {
     };
     Get("/kit", handler(&Implementation::answerKit));
     Get("/maps", handler(&Implementation::answerMap));
-    Post("/analytics", handler(&Implementation::receive));
-    Post("/status", handler(&Implementation::receive));
     Get("/faults", handler(&Implementation::answerFaults));
-    Put("/faults", handler(&Implementation::changeFaults));
+    // The library itself would unpack a body of any size.
+    const auto bodyHandler = [this](Answer answerer) {
+      return [this, answerer](const Request& request, Response& response, const httplib::ContentReader& reader) {
+        if (readBody(reader, response)) serve(answerer, request, response);
+      };
+    };
+    Post("/analytics", bodyHandler(&Implementation::receive));
+    Post("/status", bodyHandler(&Implementation::receive));
+    Put("/faults", bodyHandler(&Implementation::changeFaults));
+    const auto unread = [](const Request&, Response& response, const httplib::ContentReader&) {
+      current->endsConnection = true;
+      response.status = 404;
+    };
+    Post(".*", unread);
+    Put(".*", unread);
+    Patch(".*", unread);
+    Delete(".*", unread);
     set_error_handler([this](const Request& request, Response& response) { refuse(request, response); });
     set_post_routing_handler([](const Request&, Response& response) {
       if (response.status == 304) response.headers.erase("Content-Length");  // it would have to be the file's
     });
     set_logger([this](const Request& request, const Response& response) { note(request, response); });
+  }
+
+  // False when there is an answer instead.
+  static bool readBody(const httplib::ContentReader& reader, Response& response) {
+    auto& body = current->body;
+    bool fits = true;
+    const bool isWhole = reader([&](const char* bytes, std::size_t count) {
+      fits = count <= kLargestBody - body.size();
+      if (fits) body.append(bytes, count);
+      return fits;
+    });
+    if (isWhole && fits) return true;
+    current->endsConnection = true;
+    response.set_header("Date", sim::httpDate(now()));
+    if (fits)
+      answer(response, 400, "the body is cut off or malformed");
+    else
+      answer(response, 413, fmt::format("the body has more than {} bytes", kLargestBody));
+    return false;
   }
 
   bool process_and_close_socket(socket_t socket) override {
@@ -191,6 +227,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
     const bool isServed =
         process_request(connection, isLast, closes, [&](Request& request) { begin(request, exchange, connection); });
     current = nullptr;
+    if (exchange.endsConnection) connection.end();
     return isServed && !closes && !connection.isBroken();
   }
 
@@ -252,10 +289,13 @@ class DevelopmentServer::Implementation : public httplib::Server {
     compose(request, response);
     const auto& fault = current->fault;
     const auto& journal = current->endpoint == Endpoint::analytics ? analyticsJournal_ : statusJournal_;
-    const ReceivedRequest received{request.target, headersOfInterest(request), request.body,
+    const ReceivedRequest received{request.target, headersOfInterest(request), current->body,
                                    fault.status.value_or(response.status), fault.text};
-    if (journal && !journal->keep(received))
-      answer(response, 500, "can't be kept: " + std::generic_category().message(errno));
+    const int failure = journal ? journal->keep(received) : 0;
+    if (failure == 0) return;
+    const auto text = "can't be kept: " + std::generic_category().message(failure);
+    if (options_.log) options_.log(text);
+    answer(response, 500, text);
   }
 
   void compose(const Request& request, Response& response) const {
@@ -263,7 +303,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
       response.set_header("WWW-Authenticate", "Token realm=\"venue\"");
       return answer(response, 401, "the token is missing or another");
     }
-    if (const auto body = platform::parseJson(request.body); !body.value)
+    if (const auto body = platform::parseJson(current->body); !body.value)
       return answer(response, 400, "the body is no JSON: " + body.error);
     answer(response, 200);
   }
@@ -275,14 +315,14 @@ class DevelopmentServer::Implementation : public httplib::Server {
 
   void changeFaults(const Request& request, Response& response) {
     if (!isFromThisMachine(request)) return answerFaults(request, response);
-    if (const auto error = faults_.replace(request.body); !error.empty()) return answer(response, 400, error);
+    if (const auto error = faults_.replace(current->body); !error.empty()) return answer(response, 400, error);
     answerFaults(request, response);
   }
 
   void note(const Request& request, const Response& response) const {
     if (!options_.log) return;
     auto line = fmt::format("{} {} {}, {} bytes in, {} out", request.method, request.target, response.status,
-                            request.body.size(), request.method == "HEAD" ? 0 : response.body.size());
+                            current->body.size(), request.method == "HEAD" ? 0 : response.body.size());
     if (!current->fault.text.empty()) line += ", fault: " + current->fault.text;
     if (!endpoints_.allows(current->endpoint, request.get_header_value("Authorization")))
       line += ", without the venue's token";
@@ -292,8 +332,8 @@ class DevelopmentServer::Implementation : public httplib::Server {
   const DevelopmentServerOptions options_;
   const VenueEndpoints endpoints_;
   FaultRules faults_;
-  std::unique_ptr<const RequestJournal> analyticsJournal_;
-  std::unique_ptr<const RequestJournal> statusJournal_;
+  std::unique_ptr<RequestJournal> analyticsJournal_;
+  std::unique_ptr<RequestJournal> statusJournal_;
   posix::EventDescriptor stop_;
   int port_ = -1;
   std::thread thread_;

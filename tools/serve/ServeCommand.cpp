@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/common/Command.hpp"
+#include "tools/common/VenueTroubles.hpp"
 #include "tools/serve/BundleWriter.hpp"
 #include "tools/serve/DevelopmentServer.hpp"
 
@@ -96,6 +97,7 @@ sigset_t blockStopSignals() {
 }
 
 int serve(const Options& options) {
+  if (tellTroubles(options.venue, {VenuePart::addresses, VenuePart::kit})) return kRunFailed;
   const auto signals = blockStopSignals();
   std::string error;
   const auto server = DevelopmentServer::start(serverOptions(options), error);

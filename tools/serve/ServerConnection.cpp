@@ -13,7 +13,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kPatience{30'000};  // with a client that stands still in the middle of something
+constexpr milliseconds kPatience{30'000};     // with a client that stands still in the middle of an answer
+constexpr milliseconds kRequestTime{60'000};  // for all of a request to come in, however it drips
+constexpr milliseconds kFarewell{1'000};
+constexpr std::size_t kLargestRequest = 32U << 20U;
 constexpr milliseconds kLongestHang = std::chrono::hours(1);
 constexpr milliseconds kRateStep{50};
 constexpr std::size_t kReadAhead = 16'384;
@@ -45,7 +48,10 @@ void describePeer(NameOf nameOf, int socket, std::string& ip, int& port) {
 bool ServerConnection::awaitRequest(milliseconds patience) {
   fault_ = {};
   sent_ = 0;
-  return !isBroken_ && (hasReadAhead() || await(POLLIN, patience));
+  if (isBroken_ || !(hasReadAhead() || await(POLLIN, patience))) return false;
+  taken_ = 0;
+  requestEnd_ = std::chrono::steady_clock::now() + kRequestTime;
+  return true;
 }
 
 bool ServerConnection::await(short events, milliseconds patience) const {
@@ -70,12 +76,24 @@ ssize_t ServerConnection::read(char* bytes, size_t size) {
 }
 
 bool ServerConnection::readAhead() {
-  if (isBroken_ || !await(POLLIN, kPatience)) return false;
+  const auto left = std::chrono::ceil<milliseconds>(requestEnd_ - std::chrono::steady_clock::now());
+  if (isBroken_ || taken_ > kLargestRequest || !await(POLLIN, std::min(kPatience, left))) return false;
   received_.resize(kReadAhead);
   const auto count = ::recv(socket_.get(), received_.data(), received_.size(), 0);
   received_.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   consumed_ = 0;
+  taken_ += received_.size();
   return count > 0;
+}
+
+void ServerConnection::end() {
+  isBroken_ = true;
+  ::shutdown(socket_.get(), SHUT_WR);
+  const auto deadline = std::chrono::steady_clock::now() + kFarewell;
+  std::array<char, kReadAhead> rest{};
+  while (std::chrono::steady_clock::now() < deadline && await(POLLIN, kFarewell) &&
+         ::recv(socket_.get(), rest.data(), rest.size(), 0) > 0) {
+  }
 }
 
 ssize_t ServerConnection::write(const char* bytes, size_t size) {

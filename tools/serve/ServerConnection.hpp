@@ -17,10 +17,14 @@ class ServerConnection : public httplib::Stream {
   // Owns the socket; `stop` is signalled for good when the server stops.
   ServerConnection(socket_t socket, const posix::EventDescriptor& stop) : socket_(socket), stop_(stop) {}
 
-  // Whether the client sends anything within that time. The next answer has no fault.
+  // Whether the client sends anything within that time; all of its request has to come within a minute then. The next
+  // answer has no fault.
   bool awaitRequest(std::chrono::milliseconds patience);
   // The fault of the answer to come.
   void spoil(const Fault& fault) { fault_ = fault; }
+  // Ends it after an answer that leaves a part of the request unread. That is thrown away for a moment: a client that
+  // still sends would not see the answer.
+  void end();
   // Whether nothing more can be sent.
   bool isBroken() const { return isBroken_; }
 
@@ -46,7 +50,9 @@ class ServerConnection : public httplib::Stream {
   std::string received_;      // read ahead
   std::size_t consumed_ = 0;  // bytes of `received_`
   Fault fault_;
-  std::size_t sent_ = 0;  // bytes of this answer
+  std::size_t sent_ = 0;   // bytes of this answer
+  std::size_t taken_ = 0;  // bytes of this request
+  std::chrono::steady_clock::time_point requestEnd_;
   bool isBroken_ = false;
 };
 

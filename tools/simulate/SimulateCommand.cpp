@@ -17,7 +17,9 @@
 #include "backends/posix/FileDescriptor.hpp"
 #include "backends/posix/PosixFiles.hpp"
 #include "tools/common/Command.hpp"
+#include "tools/common/DocumentsFolder.hpp"
 #include "tools/common/VenuePlans.hpp"
+#include "tools/common/VenueTroubles.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -45,6 +47,8 @@ struct Options {
   double start = 1.75e9;
   std::size_t stops = 20;
 };
+
+constexpr double kLongestWalk = 7 * 86'400.0;  // seconds
 
 struct CommandError {
   std::string reason;
@@ -88,6 +92,7 @@ sim::RadioWorld readWorld(Platform& platform, const std::string& venue, const si
   };
   auto world = sim::RadioWorld::fromJson(*document, frame, knowsMap, error);
   if (!world) throw CommandError{path + ": " + error};
+  if (world->beacons().empty()) throw CommandError{path + ": there are no \"beacons\" in it"};
   return std::move(*world);
 }
 
@@ -194,12 +199,16 @@ Options withAbsolutePaths(Options options) {
 }
 
 void simulate(const Options& options) {
-  sim::SimPlatform device({.venue = options.venue});
+  const DocumentsFolder documents("", StopSignals::endTheProgram);
+  sim::SimPlatform device({.venue = options.venue, .documents = documents.path()});
   Platform& platform = device.platform();
   const sim::VenueFrame frame = venueFrame(platform);
   const sim::RadioWorld world = readWorld(platform, options.venue, frame);
   const sim::Walk walk = readWalk(platform, options, world);
   const sim::WalkPath path(walk, frame, [&](const std::string& mapId) { return world.floorOf(mapId).elevation; });
+  if (!(path.duration() <= kLongestWalk))
+    throw CommandError{(options.walk.empty() ? options.venue : options.walk) +
+                       ": the walk takes more than a week, which is no walk: see its waypoints and speeds"};
   const auto record = [&](Output& output) {
     OutputStream stream(output);
     WalkRecorder recorder(walk.start, stream);
@@ -220,6 +229,7 @@ void simulate(const Options& options) {
 }
 
 int run(const Options& given) {
+  if (tellTroubles(given.venue, {VenuePart::addresses, VenuePart::builtInMaps, VenuePart::kit})) return kRunFailed;
   try {
     simulate(withAbsolutePaths(given));
     return kSucceeded;

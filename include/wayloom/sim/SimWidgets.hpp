@@ -92,6 +92,7 @@ class SimWebView final : public SimWidget<platform::WebView> {
   bool navigate(const std::string& url);  // whether the delegate allows it
 
   const std::vector<platform::PageRequest>& loads() const { return loads_; }
+  // In order; of a great many the last thousand, at least.
   const std::vector<std::string>& scripts() const { return scripts_; }
   void forgetScripts() { scripts_.clear(); }
 
