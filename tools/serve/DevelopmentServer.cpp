@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -14,6 +13,7 @@
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
+#include "wayloom/posix/PosixFileManager.hpp"
 
 #include "backends/posix/PosixFiles.hpp"
 #include "tools/replay/RequestJournal.hpp"
@@ -266,11 +266,11 @@ class DevelopmentServer::Implementation : public httplib::Server {
   }
 
   void answerFile(const std::string& path, const Request& request, Response& response) {
-    struct stat status {};
-    auto content = posix::readRegularFile(path, platform::kMaximumHttpBody);
-    if (!content || ::stat(path.c_str(), &status) != 0) return answer(response, 404, "no such file in the venue");
+    const auto content = posix::readRegularFile(path, platform::kMaximumHttpBody);
+    const auto date = posix::PosixFileManager("/").modificationDate(path);
+    if (!content || !date) return answer(response, 404, "no such file in the venue");
     // No server may claim that a file will have changed in the future.
-    const auto modified = std::min(platform::CalendarTime(std::chrono::seconds(status.st_mtim.tv_sec)), now());
+    const auto modified = std::min(*date, now());
     response.set_header("Last-Modified", sim::httpDate(modified));
     if (isKnown(request, std::chrono::floor<std::chrono::seconds>(modified))) return answer(response, 304);
     response.status = 200;
