@@ -25,7 +25,7 @@ void lookUp(benchmark::State& state, const TGFAPIBeaconFinder& finder, const std
   for (const auto _ : state)
     for (const auto& beacon : beacons)
       benchmark::DoNotOptimize(
-          finder.findAttrsForUUIDMajorMinor(beacon.proximityUUID, beacon.major, beacon.minor)->measuredPower);
+          finder.findAttrsForUUIDMajorMinor(beacon.proximityUUID, beacon.major, beacon.minor).get());
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(beacons.size()));
 }
 

@@ -110,6 +110,13 @@ const Json* member(const Json* value, std::string_view key) {
 
 bool isNull(const Json* value) { return value && value->is_null(); }
 
+bool isNumeric(const Json* value) {
+  if (value == nullptr || !value->is_string()) return value != nullptr && value->is_number();
+  auto text = withoutLeadingBlanks(value->get_ref<const std::string&>());
+  takeSign(text);
+  return decimalLength(text) > 0;
+}
+
 std::int64_t integerValue(const Json* value) {
   if (!value) return 0;
   switch (value->type()) {

@@ -1,5 +1,7 @@
 #include "positioning/BeaconElection.hpp"
 
+#include "positioning/BeaconPlace.hpp"
+
 namespace wayloom {
 namespace {
 
@@ -82,7 +84,7 @@ void BeaconElection::findCandidate(std::span<const TGFBeacon> tracked, bool useA
   Distance nearestDistance = nearest ? comparedDistance(*nearest, useAccuracy) : Distance();
   for (const auto& beacon : tracked) {
     const Distance distance = comparedDistance(beacon, useAccuracy);
-    if (!beacon.match().mapId) {
+    if (!BeaconPlace::of(beacon).mapId) {
       record(trace, beacon, distance, CandidateVerdict::withoutMap);
       continue;
     }

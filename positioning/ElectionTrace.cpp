@@ -3,6 +3,8 @@
 #include <array>
 #include <charconv>
 
+#include "positioning/BeaconKey.hpp"
+
 namespace wayloom {
 namespace {
 
@@ -79,7 +81,7 @@ std::string_view textOf(ElectionRule rule) {
 std::string ElectionTrace::Name::text() const {
   if (name && !name->empty()) return *name;
   if (identifier && !identifier->empty()) return *identifier;
-  return identity.uuid.string() + " " + std::to_string(identity.major) + " " + std::to_string(identity.minor);
+  return beaconKey(identity);
 }
 
 std::string ElectionTrace::explanation() const {

@@ -4,6 +4,7 @@
 #include "wayloom/regions/TGFBeacon.hpp"
 
 #include "positioning/AveragingPeriod.hpp"
+#include "positioning/BeaconPlace.hpp"
 
 namespace wayloom {
 namespace {
@@ -21,7 +22,7 @@ double TGFBeacon::secondsToAverage(platform::Platform& platform) {
   return AveragingPeriod::shared(platform).seconds.load();
 }
 
-void TGFBeacon::setSecondsToAverage(platform::Platform& platform, double seconds) {
+void TGFBeacon::secondsToAverage(platform::Platform& platform, double seconds) {
   AveragingPeriod::shared(platform).seconds.store(seconds);
 }
 
@@ -50,7 +51,7 @@ void TGFBeacon::recalculate(platform::MonotonicTime now, platform::Duration wind
 }
 
 double TGFBeacon::distance() const {
-  const auto& power = match().measuredPower;
+  const auto& power = BeaconPlace::of(*this).measuredPower;
   return power ? distanceForRSSIForPower(runningAverageRssi_, *power) : kUnknownDistance;
 }
 

@@ -6,6 +6,7 @@
 
 #include "platform/FlatTable.hpp"
 #include "positioning/AveragingPeriod.hpp"
+#include "positioning/BeaconKey.hpp"
 
 namespace wayloom {
 namespace {
@@ -16,13 +17,10 @@ using Index = platform::FlatTable<platform::BeaconIdentity>;
 
 constexpr platform::Duration kRetention = 5s;
 constexpr std::string_view kRetentionText = "5.000000";
-constexpr std::size_t kMostSpare = 64;  // room kept for each tracked beacon; a crowd that went by is not kept for
+constexpr std::size_t kMostLogLines = 20;  // a second
+constexpr std::size_t kMostSpare = 64;     // room kept for each tracked beacon; a crowd that went by is not kept for
 
 std::string textOf(const std::optional<std::int64_t>& number) { return number ? std::to_string(*number) : "(null)"; }
-
-std::string textOf(const platform::BeaconIdentity& identity) {
-  return identity.uuid.string() + " " + std::to_string(identity.major) + " " + std::to_string(identity.minor);
-}
 
 }  // namespace
 
@@ -51,7 +49,7 @@ void TWLBeaconTracker::updateWithRangedBeacons(const TGFBeaconList& beacons, pla
   }
   next_.clear();
   if (next_.capacity() > kMostSpare * (tracked_.size() + 1)) next_.shrink_to_fit();
-  if (!dropped_.empty()) logDropped();
+  logDropped(now);
 }
 
 void TWLBeaconTracker::takeRanged(const TGFBeaconList& beacons, platform::MonotonicTime now) {
@@ -83,11 +81,26 @@ void TWLBeaconTracker::takeUnseen(platform::MonotonicTime now) {
   }
 }
 
-// The line names the limit, not the time that went by.
-void TWLBeaconTracker::logDropped() const {
-  for (const auto& identity : dropped_)
-    platform_.systemLog().write("Stopping tracking: " + textOf(identity) + " because we have not seen it in " +
-                                std::string(kRetentionText) + " seconds");
+// The line names the limit, not the time that went by. Anybody can send identities that come and go by the thousand:
+// what is too much for a second is counted, and said when the second is over.
+void TWLBeaconTracker::logDropped(platform::MonotonicTime now) {
+  const auto log = [&](const std::string& who, std::string_view whom) {
+    platform_.systemLog().write("Stopping tracking: " + who + " because we have not seen " + std::string(whom) +
+                                " in " + std::string(kRetentionText) + " seconds");
+  };
+  if (now - logSecond_ >= 1s) {
+    if (unloggedDrops_ > 0) log(std::to_string(unloggedDrops_) + " more beacons", "them");
+    logSecond_ = now;
+    loggedDrops_ = unloggedDrops_ = 0;
+  }
+  for (const auto& identity : dropped_) {
+    if (loggedDrops_ == kMostLogLines) {
+      ++unloggedDrops_;
+      continue;
+    }
+    log(beaconKey(identity), "it");
+    ++loggedDrops_;
+  }
 }
 
 TGFBeaconList TWLBeaconTracker::trackedBeacons() const {
@@ -102,7 +115,14 @@ TGFBeaconList TWLBeaconTracker::trackedBeacons() const {
   return list;
 }
 
+std::map<std::string, TGFBeaconPtr> TWLBeaconTracker::trackedBeaconDictionary() const {
+  std::map<std::string, TGFBeaconPtr> dictionary;
+  for (const auto& beacon : trackedBeacons()) dictionary.emplace(identifierStringForBeacon(*beacon), beacon);
+  return dictionary;
+}
+
 std::string TWLBeaconTracker::identifierStringForBeacon(const TGFBeacon& beacon) {
+  if (beacon.beacon()) return beaconKey(beacon.beacon()->identity());
   return (beacon.uuid() ? beacon.uuid()->string() : "(null)") + " " + textOf(beacon.major()) + " " +
          textOf(beacon.minor());
 }

@@ -33,18 +33,16 @@ void TWLLocationTracker::didRangeBeaconsInRegionInRegion(const TGFBeaconList& be
 void TWLLocationTracker::process(const TGFBeaconList& beacons) {
   const auto now = platform_.monotonicClock().now();
   beaconTracker_.updateWithRangedBeacons(beacons, now);
-  std::shared_ptr<Observation> observation;
   std::optional<ElectionTrace> trace;
+  if (electionObserver_.get() != nullptr) trace.emplace();
   {
     const std::lock_guard lock(mutex_);
-    observation = observation_;
-    if (observation) trace.emplace();
     election_->hold(beaconTracker_.tracked(), useCoreLocationRanging_, now, trace ? &*trace : nullptr);
   }
-  if (!observation) return;
+  if (!trace) return;
   const auto dropped = beaconTracker_.dropped();
   trace->dropped.assign(dropped.begin(), dropped.end());
-  if (const platform::TaskScope::Guard guard(observation->scope.weak()); guard) observation->call(*trace);
+  electionObserver_.tell([&](const ElectionObserver& observer) { observer(*trace); });
 }
 
 TGFBeaconPtr TWLLocationTracker::closestBeacon() {
@@ -99,16 +97,7 @@ void TWLLocationTracker::setLocationFromCoreLocation(std::optional<platform::CLL
 }
 
 void TWLLocationTracker::setElectionObserver(ElectionObserver observer) {
-  std::shared_ptr<Observation> other;
-  if (observer) {
-    other = std::make_shared<Observation>();
-    other->call = std::move(observer);
-  }
-  {
-    const std::lock_guard lock(mutex_);
-    observation_.swap(other);
-  }
-  if (other) other->scope.close();
+  electionObserver_.set(observer ? std::make_shared<const ElectionObserver>(std::move(observer)) : nullptr);
 }
 
 }  // namespace wayloom

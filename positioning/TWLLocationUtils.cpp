@@ -7,6 +7,7 @@
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 
 #include "maps/Geodesy.hpp"
+#include "positioning/BeaconPlace.hpp"
 #include "positioning/FixAge.hpp"
 
 namespace wayloom {
@@ -16,9 +17,9 @@ constexpr double kBeaconUncertaintyFactor = 2.0;
 constexpr std::int64_t kFallbackFixAge = 180;  // seconds; a fix this old is not used
 
 std::shared_ptr<TWLMapLocation> locationOfBeacon(platform::Platform& platform, const TGFBeacon& beacon) {
-  const BeaconMatch& match = beacon.match();
-  auto location = TWLLocationUtils::mapLocationForGeolocationForMapId(platform, {match.latitude, match.longitude},
-                                                                      match.mapId ? *match.mapId : std::string());
+  const auto& place = BeaconPlace::of(beacon);
+  auto location =
+      TWLLocationUtils::mapLocationForGeolocationForMapId(platform, place.coordinate, place.mapId.value_or(""));
   location->setUncertaintyRadiusMeters(beacon.accuracy() * kBeaconUncertaintyFactor);
   return location;
 }

@@ -52,11 +52,10 @@ TWLManager::TWLManager(platform::Platform& platform, TWLManagerDelegate* delegat
 TWLManager::~TWLManager() { shutDown(); }
 
 void TWLManager::shutDown() {
-  if (!gfManager_) return;
-  listeners_->close();
+  scope_.close();
   gfManager_->stop();
   stopStandardUpdates();
-  gfManager_.reset();
+  gfManager_->shutDown();
 }
 
 void TWLManager::start() { gfManager_->start(); }
@@ -73,10 +72,13 @@ void TWLManager::startStandardUpdates() {
 void TWLManager::stopStandardUpdates() { gfManager_->locationManager().stopUpdatingLocation(); }
 
 void TWLManager::addListener(const std::shared_ptr<TWLManagerDelegate>& listener) {
-  if (!listener) return;
-  listeners_->add(listener);
-  listener->locationManagerDidUpdateMapLocation(*this,
-                                                TWLLocationUtils::currentMapLocation(platform_, *locationTracker_));
+  const platform::TaskScope::Guard guard(scope_);
+  if (!guard || !listener) return;
+  const auto listeners = listeners_;
+  listeners->add(listener, [&](TWLManagerDelegate& added) {
+    added.locationManagerDidUpdateMapLocation(*this,
+                                              TWLLocationUtils::currentMapLocation(platform_, *locationTracker_));
+  });
 }
 
 void TWLManager::addListener(TWLManagerDelegate& listener) {
@@ -85,20 +87,24 @@ void TWLManager::addListener(TWLManagerDelegate& listener) {
 
 void TWLManager::removeListener(TWLManagerDelegate& listener) { listeners_->remove(&listener); }
 
+std::vector<std::shared_ptr<TWLManagerDelegate>> TWLManager::listeners() const { return listeners_->all(); }
+
 void TWLManager::updateLocation() {
+  const platform::TaskScope::Guard guard(scope_);
+  if (!guard) return;
   TWLMapLocationPtr location = TWLLocationUtils::currentMapLocation(platform_, *locationTracker_);
-  if (location && !tell(location)) return;
+  if (location) {
+    const auto listeners = listeners_;
+    listeners->walk([&](TWLManagerDelegate& listener) {
+      if (guard) listener.locationManagerDidUpdateMapLocation(*this, location);
+    });
+    if (!guard) return;
+    delegate_.tell(
+        [&](TWLManagerDelegate& delegate) { delegate.locationManagerDidUpdateMapLocation(*this, location); });
+    if (!guard) return;
+  }
   const std::lock_guard lock(mutex_);
   currentMapLocation_.swap(location);
-}
-
-// False when a callback destroyed this manager.
-bool TWLManager::tell(const TWLMapLocationPtr& location) {
-  const auto listeners = listeners_;
-  listeners->walk([&](TWLManagerDelegate& listener) { listener.locationManagerDidUpdateMapLocation(*this, location); });
-  if (listeners->closed()) return false;
-  if (auto* delegate = delegate_.load()) delegate->locationManagerDidUpdateMapLocation(*this, location);
-  return !listeners->closed();
 }
 
 void TWLManager::updateMaps() { TWLUpdateManager::sharedUpdateManager(platform_).update(); }

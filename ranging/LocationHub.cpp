@@ -46,9 +46,42 @@ void LocationHub::changeRegions(Change change, Then then) {
   const std::lock_guard lock(mutex_);
   if (!isOpen_) return;
   change(regions_);
-  tasks_.mainQueue().async([weak = self_, then = std::move(then)] {
-    if (const auto hub = weak.lock()) then(*hub);
+  changes_.emplace_back(std::move(then));
+  if (openSteps_ == 0)
+    takeInLater(1);
+  else
+    ++heldBack_;
+}
+
+void LocationHub::takeInLater(std::size_t count) {
+  if (count == 0 || !isOpen_) return;
+  tasks_.mainQueue().async([weak = self_, count] {
+    if (const auto hub = weak.lock()) hub->takeIn(count);
   });
+}
+
+// What is wanted of radio and receiver is looked at when all of a step is there: what was withdrawn and renewed in it
+// has not changed.
+void LocationHub::takeIn(std::size_t count) {
+  std::vector<std::function<void(LocationHub&)>> step;
+  {
+    const std::lock_guard lock(mutex_);
+    for (; count > 0; --count, changes_.pop_front()) step.push_back(std::move(changes_.front()));
+  }
+  for (const auto& change : step) change(*this);
+  updateBeaconRequest();
+  updateFixRequest();
+}
+
+void LocationHub::beginStep() {
+  const std::lock_guard lock(mutex_);
+  ++openSteps_;
+}
+
+// What other threads changed meanwhile is taken in with it, so that the order is one for all.
+void LocationHub::endStep() {
+  const std::lock_guard lock(mutex_);
+  if (--openSteps_ == 0) takeInLater(std::exchange(heldBack_, 0));
 }
 
 template <class Then>
@@ -57,7 +90,7 @@ void LocationHub::follow(Then then) {
 }
 
 void LocationHub::followFixRequest() {
-  follow([](LocationHub& hub) { hub.updateFixRequest(); });
+  follow([](LocationHub&) {});
 }
 
 // A beacon region and a circle of one identifier are one region to the application, and so the later ends the earlier.
@@ -70,8 +103,6 @@ void LocationHub::startMonitoring(const CLRegionPtr& region) {
                   if (!circle) hub.geofences_.stop(region->identifier());
                   if (beacons) hub.driver_.startMonitoring(beacons);
                   if (circle) hub.geofences_.start(circle);
-                  hub.updateBeaconRequest();
-                  hub.updateFixRequest();
                   hub.clients_.tell([&](auto& delegate, auto* manager) {
                     delegate.locationManagerDidStartMonitoringForRegion(manager, region);
                   });
@@ -83,8 +114,6 @@ void LocationHub::stopMonitoring(const CLRegionPtr& region) {
                 [identifier = region->identifier()](LocationHub& hub) {
                   hub.driver_.stopMonitoring(identifier);
                   hub.geofences_.stop(identifier);
-                  hub.updateBeaconRequest();
-                  hub.updateFixRequest();
                 });
 }
 
@@ -98,18 +127,12 @@ void LocationHub::requestState(const CLRegionPtr& region) {
 
 void LocationHub::startRanging(const CLBeaconRegionPtr& region) {
   changeRegions([&](ApplicationRegions& regions) { regions.startRanging(region); },
-                [region](LocationHub& hub) {
-                  hub.driver_.startRanging(region);
-                  hub.updateBeaconRequest();
-                });
+                [region](LocationHub& hub) { hub.driver_.startRanging(region); });
 }
 
 void LocationHub::stopRanging(const CLBeaconRegionPtr& region) {
   changeRegions([&](ApplicationRegions& regions) { regions.stopRanging(region->identifier()); },
-                [identifier = region->identifier()](LocationHub& hub) {
-                  hub.driver_.stopRanging(identifier);
-                  hub.updateBeaconRequest();
-                });
+                [identifier = region->identifier()](LocationHub& hub) { hub.driver_.stopRanging(identifier); });
 }
 
 std::vector<CLRegionPtr> LocationHub::monitoredRegions() const {

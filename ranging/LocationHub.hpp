@@ -1,6 +1,8 @@
 // What RangerLocationServices and the location managers that it makes share.
 #pragma once
 
+#include <cstddef>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -36,6 +38,9 @@ class LocationHub : private BeaconRangerDelegate {
   void requestState(const platform::CLRegionPtr& region);
   void startRanging(const platform::CLBeaconRegionPtr& region);
   void stopRanging(const platform::CLBeaconRegionPtr& region);
+  // Between the two, changes wait, to be taken in together.
+  void beginStep();
+  void endStep();
   std::vector<platform::CLRegionPtr> monitoredRegions() const;
   std::vector<platform::CLBeaconRegionPtr> rangedRegions() const;
   std::optional<platform::CLLocation> lastFix() const;
@@ -85,6 +90,8 @@ class LocationHub : private BeaconRangerDelegate {
   void changeRegions(Change change, Then then);
   template <class Then>
   void follow(Then then);
+  void takeInLater(std::size_t count);
+  void takeIn(std::size_t count);
   void followFixRequest();
 
   void ranged(std::span<const platform::CLBeacon> beacons, const platform::CLBeaconRegionPtr& region) override {
@@ -111,6 +118,9 @@ class LocationHub : private BeaconRangerDelegate {
   platform::CLAuthorizationStatus authorization_ = platform::CLAuthorizationStatus::authorizedAlways;
   bool isMonitoringAvailable_ = true;
   std::optional<platform::CLLocation> lastFix_;
+  std::deque<std::function<void(LocationHub&)>> changes_;  // to be taken in on the main queue, in this order
+  std::size_t openSteps_ = 0;
+  std::size_t heldBack_ = 0;  // changes that wait for the end of the open steps
 
   // Main thread.
   RangingDriver driver_;

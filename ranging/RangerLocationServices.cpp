@@ -42,6 +42,16 @@ class Manager : public platform::CLLocationManager {
   }
   std::vector<platform::CLBeaconRegionPtr> rangedRegions() const override { return hub_->rangedRegions(); }
 
+  void changeInOneStep(const std::function<void()>& changes) override {
+    struct Step {
+      explicit Step(std::shared_ptr<LocationHub> itsHub) : hub(std::move(itsHub)) { hub->beginStep(); }
+      ~Step() { hub->endStep(); }
+      const std::shared_ptr<LocationHub> hub;
+    };
+    const Step step(hub_);
+    changes();
+  }
+
   void setDesiredAccuracy(double metres) override {
     hub_->changeFixRequest(*client_, [metres](LocationClient& client) { client.fixRequest.desiredAccuracy = metres; });
   }

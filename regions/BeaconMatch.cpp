@@ -8,16 +8,6 @@ namespace wayloom {
 
 using platform::Json;
 
-namespace {
-
-std::shared_ptr<const std::string> mapIdOf(const Json* value) {
-  if (!value || value->is_null()) return nullptr;
-  if (value->is_string()) return std::make_shared<const std::string>(value->get_ref<const std::string&>());
-  return std::make_shared<const std::string>(value->dump(-1, ' ', false, Json::error_handler_t::replace));
-}
-
-}  // namespace
-
 RegionDetails::RegionDetails(std::optional<std::string> regionName, std::optional<std::string> regionIdentifier,
                              Json regionAttributes)
     : name(std::move(regionName)), identifier(std::move(regionIdentifier)), attributes(std::move(regionAttributes)) {
@@ -31,12 +21,11 @@ RegionDetails RegionDetails::fromDictionary(const Json& dictionary) {
           attributes && attributes->is_object() ? *attributes : Json::object()};
 }
 
-BeaconMatch::BeaconMatch(RegionDetails details)
-    : RegionDetails(std::move(details)),
-      mapId(mapIdOf(platform::member(attributes, "map_id"))),
-      latitude(platform::doubleValue(platform::member(attributes, "latitude"))),
-      longitude(platform::doubleValue(platform::member(attributes, "longitude"))) {
-  if (const Json* power = platform::member(attributes, "measured_power")) measuredPower = platform::integerValue(power);
+BeaconMatch::~BeaconMatch() {
+  for (const Kept* kept = readings_.load(std::memory_order_acquire); kept != nullptr;) {
+    const std::unique_ptr<const Kept> gone(kept);
+    kept = gone->next;
+  }
 }
 
 }  // namespace wayloom

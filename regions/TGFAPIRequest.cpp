@@ -4,10 +4,12 @@
 
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/Platform.hpp"
-#include "wayloom/platform/Url.hpp"
 #include "wayloom/regions/TGFDevice.hpp"
 #include "wayloom/regions/TGFLogger.hpp"
 #include "wayloom/regions/TGFManager.hpp"
+
+#include "platform/AnswerCache.hpp"
+#include "platform/HttpTransfers.hpp"
 
 namespace wayloom {
 
@@ -16,12 +18,20 @@ using platform::HttpResponse;
 using platform::Json;
 
 TGFAPIRequest::TGFAPIRequest(platform::Platform& platform, std::optional<std::string> token)
-    : platform_(platform), apiToken_(std::move(token)) {}
+    : platform_(platform),
+      apiToken_(std::move(token)),
+      cache_(std::make_unique<platform::AnswerCache>(platform.files(), "geofold")),
+      transfers_(std::make_unique<platform::HttpTransfers>(platform.http(), platform.tasks(), "TGFAPIRequest")) {}
 
 TGFAPIRequest::~TGFAPIRequest() = default;
 
+void TGFAPIRequest::setApiToken(std::optional<std::string> token) {
+  const std::lock_guard lock(mutex_);
+  apiToken_.swap(token);
+}
+
 void TGFAPIRequest::getHandler(const Url& url, Handler handler) {
-  send(makeRequest("GET", url), [this, url, handler = std::move(handler)](HttpResponse response) {
+  transfers_->send(makeRequest("GET", url), [this, url, handler = std::move(handler)](HttpResponse response) {
     processResponseDataErrorUrlHandler(response.body, std::move(response.error), url, handler);
   });
 }
@@ -32,15 +42,9 @@ TGFAPIRequest::Bytes TGFAPIRequest::postBody(const Url& url, std::string body) {
 }
 
 void TGFAPIRequest::postBodyHandler(const Url& url, std::string body, PostHandler handler) {
-  send(makePost(url, std::move(body)), [handler = std::move(handler)](HttpResponse response) {
+  transfers_->send(makePost(url, std::move(body)), [handler = std::move(handler)](HttpResponse response) {
     handler(response.error ? std::nullopt : Bytes(std::move(response.body)));
   });
-}
-
-void TGFAPIRequest::send(platform::HttpRequest request, platform::HttpClient::Handler handler) {
-  auto& transfer = transfers_.emplace_back();
-  transfer.queue = platform_.tasks().makeSerialQueue("TGFAPIRequest");
-  transfer.task = platform_.http().send(std::move(request), *transfer.queue, std::move(handler));
 }
 
 platform::HttpRequest TGFAPIRequest::makePost(const Url& url, std::string body) const {
@@ -55,6 +59,7 @@ platform::HttpRequest TGFAPIRequest::makeRequest(std::string method, const Url& 
   platform::HttpRequest request;
   request.method = std::move(method);
   request.url = url.value_or("");
+  const std::lock_guard lock(mutex_);
   request.headers = {{"AUTHORIZATION", "Token token=\"" + apiToken_.value_or("") + "\""},
                      {"X-GF-AppID", TGFDevice::getUUID(platform_)},
                      {"X-GF-FrameworkVersion", TGFManager::getVersion()}};
@@ -86,28 +91,24 @@ std::optional<Json> TGFAPIRequest::parseResponse(std::optional<std::string_view>
 
 std::optional<std::string> TGFAPIRequest::fileNameFrom(const Url& url) {
   if (!url) return std::nullopt;
-  auto name = platform::cacheFileNameForUrl("geofold", *url);
+  auto name = cache_->fileNameFor(*url);
   if (!name) TGFLogger::log(platform_, TGFLogLevel::error, "No cache file is kept for the URL %@", *url);
   return name;
 }
 
 std::optional<std::string> TGFAPIRequest::pathToFileForURL(const Url& url) {
-  const auto name = fileNameFrom(url);
-  if (!name) return std::nullopt;
-  return platform_.files().documentsDirectory() + "/" + *name;
+  return fileNameFrom(url) ? cache_->pathFor(*url) : std::nullopt;
 }
 
 void TGFAPIRequest::writeToDiskFromURL(std::string_view bytes, const Url& url) {
-  const auto path = pathToFileForURL(url);
-  if (!path) return;
-  if (const auto error = platform_.files().writeFileAtomically(*path, bytes))
+  if (!fileNameFrom(url)) return;
+  if (const auto error = cache_->write(*url, bytes))
     TGFLogger::log(platform_, TGFLogLevel::error, "API Data Write to Cache Failed with Error: %@", *error);
 }
 
 TGFAPIRequest::Bytes TGFAPIRequest::readFromDisk(const Url& url) {
   const auto path = pathToFileForURL(url);
-  if (!path) return std::nullopt;
-  auto bytes = platform_.files().readFile(*path);
+  auto bytes = path ? cache_->read(*url) : std::nullopt;
   if (bytes) TGFLogger::log(platform_, TGFLogLevel::info, "API Data Loaded from Cache: %@", *path);
   return bytes;
 }

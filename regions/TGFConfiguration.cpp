@@ -45,6 +45,11 @@ void TGFConfiguration::configureWithDictionary(const Json& dictionary) {
   config_ = std::move(replacement);
 }
 
+Json TGFConfiguration::config() const {
+  const std::lock_guard lock(mutex_);
+  return config_;
+}
+
 std::optional<std::string> TGFConfiguration::url() const { return urlText(kUrl); }
 std::optional<std::string> TGFConfiguration::apiToken() const { return text(kToken); }
 std::optional<std::string> TGFConfiguration::analyticsURL() const { return urlText(kAnalyticsUrl); }

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <iterator>
 #include <utility>
 
 #include "wayloom/platform/JsonValue.hpp"
@@ -38,31 +37,27 @@ std::string uuidText(const TGFBeaconRegion& region) { return region.uuid() ? reg
 
 }  // namespace
 
-// One kit download. It ends, and can go, when its handler has returned.
-struct TGFManager::Download {
-  Download(Platform& platform, std::optional<std::string> token) : request(platform, std::move(token)) {}
-
-  std::shared_ptr<std::atomic<bool>> ended = std::make_shared<std::atomic<bool>>(false);
-  TGFAPIRequest request;
-};
-
 TGFManager::TGFManager(Platform& platform, TGFManagerDelegate* delegate, const std::optional<Json>& configuration,
                        TGFManagerServices services)
-    : platform_(platform),
+    : platform_(checkForLocationAlwaysUsageDescription(platform)),
       services_(std::move(services)),
-      config_((checkForLocationAlwaysUsageDescription(), buildConfig(configuration))) {
+      config_(buildConfig(configuration)) {
+  kitRequest_ = std::make_unique<TGFAPIRequest>(platform_, config_.apiToken());
   buildKitFromCacheForURL(config_.url());
-  delegate_ = delegate;
+  delegate_.set(delegate);
   locationManager_ = platform_.location().makeLocationManager();
   locationManager_->setDelegate(this);
   if (services_.makeAnalytics) analytics_ = services_.makeAnalytics(platform_, *this);
 }
 
 TGFManager::~TGFManager() {
-  locationManager_->setDelegate(nullptr);
-  syncTimer_.reset();
+  shutDown();
+  locationManager_.reset();  // waits for its callbacks, which look at the scope
+}
+
+void TGFManager::shutDown() {
   scope_.close();
-  downloads_.clear();
+  syncTimer_.reset();
   if (analytics_) analytics_->stopLogging();
 }
 
@@ -81,9 +76,9 @@ std::unique_ptr<TGFManager> TGFManager::managerWithDelegateAndConfig(Platform& p
   return std::make_unique<TGFManager>(platform, delegate, std::move(configuration));
 }
 
-void TGFManager::checkForLocationAlwaysUsageDescription() const {
-  for (const auto* bundle : {&platform_.mainBundle(), &platform_.resourceBundle()})
-    if (platform::member(bundle->infoDictionary(), kUsageDescription)) return;
+Platform& TGFManager::checkForLocationAlwaysUsageDescription(Platform& platform) {
+  for (const auto* bundle : {&platform.mainBundle(), &platform.resourceBundle()})
+    if (platform::member(bundle->infoDictionary(), kUsageDescription)) return platform;
   throw MissingUsageDescription();
 }
 
@@ -96,7 +91,8 @@ TGFConfiguration& TGFManager::buildConfig(const std::optional<Json>& configurati
 // --- Control ---
 
 void TGFManager::start() {
-  if (syncTimer_) return;
+  const platform::TaskScope::Guard guard(scope_);
+  if (!guard || syncTimer_) return;
   {
     const std::lock_guard lock(registrationMutex_);
     started_ = true;  // before the download, which may end on its own queue before this function does
@@ -108,19 +104,25 @@ void TGFManager::start() {
 }
 
 void TGFManager::stop() {
+  const platform::TaskScope::Guard guard(scope_);
+  if (!guard) return;
   {
     const std::lock_guard lock(registrationMutex_);
     started_ = false;
   }
   syncTimer_.reset();
-  const std::weak_ptr<const bool> life = life_;
   if (checkCLAuthorized()) {
     const std::lock_guard lock(registrationMutex_);
     clearCLMonitoredRegions();
     clearCLRangedRegions();
   }
-  if (life.expired()) return;
+  if (!guard) return;
   if (analytics_) analytics_->stopLogging();
+}
+
+void TGFManager::stopRangingIBeacons() {
+  const std::lock_guard lock(registrationMutex_);
+  clearCLRangedRegions();
 }
 
 void TGFManager::syncWithCompletionHandler(SyncHandler handler) {
@@ -176,30 +178,18 @@ std::string TGFManager::getLng() const {
 // --- The kit ---
 
 void TGFManager::buildKitFromCacheForURL(const std::optional<std::string>& url) {
-  TGFAPIRequest request(platform_, config_.apiToken());
-  const auto bytes = request.readFromDisk(url);
+  const auto bytes = kitRequest_->readFromDisk(url);
   if (!bytes) return TGFLogger::log(platform_, TGFLogLevel::warning, "Unable to load kit from cache file");
   TGFLogger::log(platform_, TGFLogLevel::debug, "Loading kit from cache file");
-  if (auto document = request.parseResponse(bytes)) buildKitFromResponse(std::move(*document));
+  if (auto document = kitRequest_->parseResponse(bytes)) buildKitFromResponse(std::move(*document));
 }
 
 void TGFManager::performSync() {
-  auto download = std::make_shared<Download>(platform_, config_.apiToken());
-  std::list<std::shared_ptr<Download>> ended;  // outlives the lock: an end may still be on its way out
-  {
-    const std::lock_guard lock(mutex_);
-    for (auto each = downloads_.begin(); each != downloads_.end();) {
-      const auto next = std::next(each);
-      if (*(*each)->ended) ended.splice(ended.end(), downloads_, each);
-      each = next;
-    }
-    downloads_.push_back(download);
-  }
-  download->request.getHandler(config_.url(), [this, life = scope_.weak(), end = download->ended](
-                                                  const std::optional<Error>& error, std::optional<Json> response) {
-    if (const platform::TaskScope::Guard guard(life); guard) finishSync(error, std::move(response));
-    *end = true;
-  });
+  kitRequest_->setApiToken(config_.apiToken());
+  kitRequest_->getHandler(config_.url(),
+                          scope_.bind([this](const std::optional<Error>& error, std::optional<Json> response) {
+                            finishSync(error, std::move(response));
+                          }));
 }
 
 void TGFManager::timedSync() {
@@ -213,9 +203,9 @@ bool TGFManager::syncIsDue() const {
 }
 
 void TGFManager::finishSync(const std::optional<Error>& error, std::optional<Json> response) {
-  const std::weak_ptr<const bool> life = life_;
+  const platform::TaskScope::Guard guard(scope_);
   if (response) buildKitFromResponse(std::move(*response));
-  if (life.expired()) return;
+  if (!guard) return;
 
   SyncHandler handler;
   {
@@ -224,8 +214,7 @@ void TGFManager::finishSync(const std::optional<Error>& error, std::optional<Jso
     handler = didSyncBlock_;
   }
   if (handler) handler(error ? BackgroundFetchResult::failed : BackgroundFetchResult::newData);
-  if (life.expired()) return;
-  tellDelegate([&](TGFManagerDelegate& delegate) {
+  tell(delegate_, [&](TGFManagerDelegate& delegate) {
     if (error)
       delegate.geofoldDidFailWithError(*this, *error);
     else
@@ -260,11 +249,13 @@ void TGFManager::putIntoEffect() {
   {
     const std::lock_guard lock(registrationMutex_);
     if (!started_) return;
-    clearCLMonitoredRegions();
-    clearCLRangedRegions();
-    startMonitoringFences(*current);
-    startMonitoringIBeacons(*current);
-    startRangingIBeacons(*current);
+    locationManager_->changeInOneStep([&] {
+      clearCLMonitoredRegions();
+      clearCLRangedRegions();
+      startMonitoringFences(*current);
+      startMonitoringIBeacons(*current);
+      startRangingIBeacons(*current);
+    });
   }
   startStatusMonitoring(*current);
 }
@@ -336,16 +327,12 @@ void TGFManager::clearCLRangedRegions() {
 
 // The old reporter goes before the new one comes: both would use the same file.
 void TGFManager::startStatusMonitoring(const TGFKit& kit) {
-  std::shared_ptr<StatusReporter> status;
-  {
-    const std::lock_guard lock(mutex_);
-    status_.swap(status);
-  }
-  status.reset();
-  if (!services_.makeStatus || !kit.statusToken() || !kit.statusURL()) return;
-  status = services_.makeStatus(platform_, *kit.statusURL(), *kit.statusToken());
-  const std::lock_guard lock(mutex_);
-  status_.swap(status);
+  const platform::TaskScope::Guard guard(scope_);
+  status_.set(nullptr);
+  const auto makeStatus = services_.makeStatus;
+  if (!guard || !makeStatus || !kit.statusToken() || !kit.statusURL()) return;
+  std::shared_ptr<StatusReporter> status = makeStatus(platform_, *kit.statusURL(), *kit.statusToken());
+  if (guard) status_.set(std::move(status));
 }
 
 }  // namespace wayloom

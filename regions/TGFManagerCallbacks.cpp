@@ -25,15 +25,6 @@ UserInfo eventInfo(TGFManagerEvent event, TGFRegionPtr region) {
 
 }  // namespace
 
-template <class Call>
-bool TGFManager::forward(Call call) {
-  auto* delegate = locationManagerDelegate_.load();
-  if (!delegate) return true;
-  const std::weak_ptr<const bool> life = life_;
-  call(*delegate);
-  return !life.expired();
-}
-
 void TGFManager::postNotificationWithUserInfo(const char* name, UserInfo userInfo) {
   platform_.notificationQueue().enqueue({name, this, std::move(userInfo)});
 }
@@ -41,18 +32,22 @@ void TGFManager::postNotificationWithUserInfo(const char* name, UserInfo userInf
 // --- Callbacks that do more than forward ---
 
 void TGFManager::locationManagerDidEnterRegion(CLLocationManager* manager, const CLRegionPtr& region) {
-  if (!forward([&](LocationDelegate& delegate) { delegate.locationManagerDidEnterRegion(manager, region); })) return;
+  if (!tell(locationManagerDelegate_,
+            [&](LocationDelegate& delegate) { delegate.locationManagerDidEnterRegion(manager, region); }))
+    return;
   const auto entered = getTGFRegionForCLRegion(region);
-  if (!entered || !tellDelegate([&](TGFManagerDelegate& delegate) { delegate.geofoldDidEnter(*this, entered); }))
+  if (!entered || !tell(delegate_, [&](TGFManagerDelegate& delegate) { delegate.geofoldDidEnter(*this, entered); }))
     return;
   postNotificationWithUserInfo(TGFManagerDidEnterRegionNotification,
                                eventInfo(TGFManagerEvent::regionEntered, entered));
 }
 
 void TGFManager::locationManagerDidExitRegion(CLLocationManager* manager, const CLRegionPtr& region) {
-  if (!forward([&](LocationDelegate& delegate) { delegate.locationManagerDidExitRegion(manager, region); })) return;
+  if (!tell(locationManagerDelegate_,
+            [&](LocationDelegate& delegate) { delegate.locationManagerDidExitRegion(manager, region); }))
+    return;
   const auto left = getTGFRegionForCLRegion(region);
-  if (!left || !tellDelegate([&](TGFManagerDelegate& delegate) { delegate.geofoldDidExit(*this, left); })) return;
+  if (!left || !tell(delegate_, [&](TGFManagerDelegate& delegate) { delegate.geofoldDidExit(*this, left); })) return;
   postNotificationWithUserInfo(TGFManagerDidExitRegionNotification, eventInfo(TGFManagerEvent::regionExited, left));
 }
 
@@ -61,13 +56,13 @@ void TGFManager::locationManagerDidDetermineStateForRegion(CLLocationManager* ma
   const auto pass = [&](LocationDelegate& delegate) {
     delegate.locationManagerDidDetermineStateForRegion(manager, state, region);
   };
-  if (!forward(pass)) return;
+  if (!tell(locationManagerDelegate_, pass)) return;
   const auto known = getTGFRegionForCLRegion(region);
   if (!known) return;
-  const auto tell = [&](TGFManagerDelegate& delegate) {
+  const auto call = [&](TGFManagerDelegate& delegate) {
     delegate.geofoldDidDetermineStateForRegion(*this, state, known);
   };
-  if (!tellDelegate(tell)) return;
+  if (!tell(delegate_, call)) return;
   auto info = eventInfo(TGFManagerEvent::stateDetermined, known);
   info.set(TGFManagerNotificationRegionStateKey, static_cast<int>(state));
   postNotificationWithUserInfo(TGFManagerDidDetermineStateForRegionNotification, std::move(info));
@@ -78,25 +73,19 @@ void TGFManager::locationManagerDidRangeBeaconsInRegion(CLLocationManager* manag
   const auto pass = [&](LocationDelegate& delegate) {
     delegate.locationManagerDidRangeBeaconsInRegion(manager, beacons, region);
   };
-  if (!forward(pass)) return;
-  TGFKitPtr kit;
-  std::shared_ptr<StatusReporter> status;
-  {
-    const std::lock_guard lock(mutex_);
-    kit = kit_;
-    status = status_;
-  }
-  if (kit && !tellRanging(*kit, beacons, region)) return;
-  if (status) status->rangedBeacons(beacons);
+  if (!tell(locationManagerDelegate_, pass)) return;
+  const auto known = kit();
+  if (known && known->knowsRegion(*region) && !tellRanging(*known, beacons, region)) return;
+  tell(status_, [&](StatusReporter& status) { status.rangedBeacons(beacons); });
 }
 
 bool TGFManager::tellRanging(const TGFKit& kit, std::span<const CLBeacon> beacons, const CLBeaconRegionPtr& region) {
   auto ranged = kit.getIBeaconsForCLBeacons(beacons);
   auto found = kit.getIBeaconRegionForCLBeaconRegion(region);
-  const auto tell = [&](TGFManagerDelegate& delegate) {
+  const auto call = [&](TGFManagerDelegate& delegate) {
     delegate.geofoldDidRangeBeaconsInRegion(*this, ranged, found);
   };
-  if (!tellDelegate(tell)) return false;
+  if (!tell(delegate_, call)) return false;
   auto info = eventInfo(TGFManagerEvent::beaconsRanged, std::move(found));
   info.set(TGFManagerNotificationBeaconsKey, std::move(ranged));
   postNotificationWithUserInfo(TGFManagerDidRangeBeaconsInRegionNotification, std::move(info));
@@ -107,59 +96,69 @@ void TGFManager::locationManagerRangingBeaconsDidFailForRegionWithError(CLLocati
                                                                         const CLBeaconRegionPtr& region,
                                                                         const Error& error) {
   TGFLogger::log(platform_, TGFLogLevel::error, "Ranging Beacons Failed with Error: %@", error);
-  forward([&](LocationDelegate& delegate) {
+  tell(locationManagerDelegate_, [&](LocationDelegate& delegate) {
     delegate.locationManagerRangingBeaconsDidFailForRegionWithError(manager, region, error);
   });
 }
 
 void TGFManager::locationManagerDidFailWithError(CLLocationManager* manager, const Error& error) {
-  if (!forward([&](LocationDelegate& delegate) { delegate.locationManagerDidFailWithError(manager, error); })) return;
-  tellDelegate([&](TGFManagerDelegate& delegate) { delegate.geofoldDidFailWithError(*this, error); });
+  if (!tell(locationManagerDelegate_,
+            [&](LocationDelegate& delegate) { delegate.locationManagerDidFailWithError(manager, error); }))
+    return;
+  tell(delegate_, [&](TGFManagerDelegate& delegate) { delegate.geofoldDidFailWithError(*this, error); });
 }
 
 // --- Callbacks that only forward ---
 
 void TGFManager::locationManagerDidUpdateLocations(CLLocationManager* manager,
                                                    std::span<const platform::CLLocation> locations) {
-  forward([&](LocationDelegate& delegate) { delegate.locationManagerDidUpdateLocations(manager, locations); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidUpdateLocations(manager, locations); });
 }
 
 void TGFManager::locationManagerDidUpdateHeading(CLLocationManager* manager, const platform::CLHeading& heading) {
-  forward([&](LocationDelegate& delegate) { delegate.locationManagerDidUpdateHeading(manager, heading); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidUpdateHeading(manager, heading); });
 }
 
 bool TGFManager::locationManagerShouldDisplayHeadingCalibration(CLLocationManager* manager) {
-  auto* delegate = locationManagerDelegate_.load();
-  return delegate && delegate->locationManagerShouldDisplayHeadingCalibration(manager);
+  bool should = false;
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { should = delegate.locationManagerShouldDisplayHeadingCalibration(manager); });
+  return should;
 }
 
 void TGFManager::locationManagerMonitoringDidFailForRegionWithError(CLLocationManager* manager,
                                                                     const CLRegionPtr& region, const Error& error) {
-  forward([&](LocationDelegate& delegate) {
+  tell(locationManagerDelegate_, [&](LocationDelegate& delegate) {
     delegate.locationManagerMonitoringDidFailForRegionWithError(manager, region, error);
   });
 }
 
 void TGFManager::locationManagerDidChangeAuthorizationStatus(CLLocationManager* manager,
                                                              platform::CLAuthorizationStatus status) {
-  forward([&](LocationDelegate& delegate) { delegate.locationManagerDidChangeAuthorizationStatus(manager, status); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidChangeAuthorizationStatus(manager, status); });
 }
 
 void TGFManager::locationManagerDidStartMonitoringForRegion(CLLocationManager* manager, const CLRegionPtr& region) {
-  forward([&](LocationDelegate& delegate) { delegate.locationManagerDidStartMonitoringForRegion(manager, region); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidStartMonitoringForRegion(manager, region); });
 }
 
 void TGFManager::locationManagerDidPauseLocationUpdates(CLLocationManager* manager) {
-  forward([&](LocationDelegate& delegate) { delegate.locationManagerDidPauseLocationUpdates(manager); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidPauseLocationUpdates(manager); });
 }
 
 void TGFManager::locationManagerDidResumeLocationUpdates(CLLocationManager* manager) {
-  forward([&](LocationDelegate& delegate) { delegate.locationManagerDidResumeLocationUpdates(manager); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidResumeLocationUpdates(manager); });
 }
 
 void TGFManager::locationManagerDidFinishDeferredUpdatesWithError(CLLocationManager* manager, const Error& error) {
-  forward(
-      [&](LocationDelegate& delegate) { delegate.locationManagerDidFinishDeferredUpdatesWithError(manager, error); });
+  tell(locationManagerDelegate_,
+       [&](LocationDelegate& delegate) { delegate.locationManagerDidFinishDeferredUpdatesWithError(manager, error); });
 }
 
 }  // namespace wayloom

@@ -4,9 +4,11 @@
 
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/Platform.hpp"
-#include "wayloom/platform/Url.hpp"
 #include "wayloom/status/TPLDevice.hpp"
 #include "wayloom/status/TPLStatusManager.hpp"
+
+#include "platform/AnswerCache.hpp"
+#include "platform/HttpTransfers.hpp"
 
 namespace wayloom {
 
@@ -16,7 +18,10 @@ using platform::HttpResponse;
 using platform::Json;
 
 TPLAPIRequest::TPLAPIRequest(platform::Platform& platform, std::optional<std::string> token)
-    : platform_(platform), apiToken_(std::move(token)) {}
+    : platform_(platform),
+      apiToken_(std::move(token)),
+      cache_(std::make_unique<platform::AnswerCache>(platform.files(), "pulsekeep")),
+      transfers_(std::make_unique<platform::HttpTransfers>(platform.http(), platform.tasks(), "TPLAPIRequest")) {}
 
 TPLAPIRequest::~TPLAPIRequest() = default;
 
@@ -63,13 +68,10 @@ void TPLAPIRequest::postBodyHandler(const Url& url, std::string json, Handler ha
 }
 
 void TPLAPIRequest::sendTwice(const HttpRequest& request, const Url& url, Handler handler) {
-  auto& transfer = transfers_.emplace_back();
-  transfer.queue = platform_.tasks().makeSerialQueue("TPLAPIRequest");
-  transfer.unheeded = platform_.http().send(request, *transfer.queue, [](const HttpResponse&) {});
-  transfer.task =
-      platform_.http().send(request, *transfer.queue, [this, url, handler = std::move(handler)](HttpResponse response) {
-        processResponseDataErrorUrlHandler(response.body, std::move(response.error), url, handler);
-      });
+  transfers_->send(request, [](const HttpResponse&) {});
+  transfers_->send(request, [this, url, handler = std::move(handler)](HttpResponse response) {
+    processResponseDataErrorUrlHandler(response.body, std::move(response.error), url, handler);
+  });
 }
 
 // The handler comes last and may destroy this object.
@@ -90,23 +92,16 @@ std::optional<Json> TPLAPIRequest::parseResponse(const std::optional<std::string
 }
 
 std::optional<std::string> TPLAPIRequest::fileNameFrom(const Url& url) const {
-  return url ? platform::cacheFileNameForUrl("pulsekeep", *url) : std::nullopt;
-}
-
-std::optional<std::string> TPLAPIRequest::pathToFileForURL(const Url& url) const {
-  const auto name = fileNameFrom(url);
-  return name ? std::optional(platform_.files().documentsDirectory() + "/" + *name) : std::nullopt;
+  return url ? cache_->fileNameFor(*url) : std::nullopt;
 }
 
 void TPLAPIRequest::writeToDiskFromURL(std::string_view bytes, const Url& url) {
-  const auto path = pathToFileForURL(url);
-  const auto error = path ? platform_.files().writeFileAtomically(*path, bytes) : std::nullopt;
+  const auto error = url ? cache_->write(*url, bytes) : std::nullopt;
   if (error) platform_.systemLog().write("The status server's answer can't be kept: " + error->description);
 }
 
 std::optional<std::string> TPLAPIRequest::readFromDisk(const Url& url) const {
-  const auto path = pathToFileForURL(url);
-  return path ? platform_.files().readFile(*path) : std::nullopt;
+  return url ? cache_->read(*url) : std::nullopt;
 }
 
 }  // namespace wayloom

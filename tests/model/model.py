@@ -45,6 +45,13 @@ def integer_value(value):
     return int(value) if isinstance(value, (bool, int, float)) else 0
 
 
+def is_number(value):
+    """Whether there is a number to read: one, or a text that begins with one."""
+    if isinstance(value, str):
+        return re.match(r'\s*[+-]?\.?[0-9]', value) is not None
+    return isinstance(value, (int, float)) and not isinstance(value, bool)
+
+
 def float_value(value):
     """The nearest single-precision number."""
     try:
@@ -109,6 +116,19 @@ class Kit:
         return merged
 
 
+    def knows(self, region):
+        """Whether an entry names the region's UUID and, when it has a major, could match one of its beacons."""
+        named = [entry for uuid, entry in self.entries if uuid and uuid == parse_uuid(region['uuid'])]
+        if region['major'] is None:
+            return bool(named)
+
+        def fits(entry, key):
+            value = entry.get(key, 0)
+            return value is None or region[key] is None and 0 <= integer_value(value) < 65536 or \
+                integer_value(value) == region[key]
+        return any(entry.get('major', 0) is None or fits(entry, 'major') and fits(entry, 'minor') for entry in named)
+
+
 # Beacons and the election ---------------------------------------------------------------------------------------
 
 @dataclass(eq=False)
@@ -132,7 +152,7 @@ class Beacon:
     def distance(self):
         """Metres from the averaged signal and the power at one metre, or -1."""
         power = self.attributes.get('measured_power')
-        return -1.0 if power is None else path_loss_distance(self.average, integer_value(power))
+        return path_loss_distance(self.average, integer_value(power)) if is_number(power) else -1.0
 
     def take_over(self, previous, now):
         self.samples = list(previous.samples) if previous else []
@@ -352,13 +372,15 @@ def ranged_beacon(kit, record):
 def replay(venue, lines, use_own_distance=False):
     """Yields the location line of every ranging and fix.
 
-    A ranging is merged only after its own line: the position published with it is that of the moment before.  Maps are
-    updated before the first line, and where a line says so while the network is up.
+    A ranging is merged only after its own line: the position published with it is that of the moment before.  One of a
+    region that the kit doesn't know counts for nothing: the last position stands.  Maps are updated before the first
+    line, and where a line says so while the network is up.
     """
     kit = Kit(read_json(Path(venue) / 'server' / 'kit.json', {}).get('kit') or {})
     maps = Maps(venue)
     tracker = Tracker(use_own_distance)
     network_is_up, begun = True, False
+    published = {'map_id': None}
     for line in lines:
         record = json.loads(line, parse_float=Decimal)
         if 't' not in record:
@@ -374,8 +396,11 @@ def replay(venue, lines, use_own_distance=False):
         if record['type'] == 'location':
             stamp = nanoseconds(record.get('timestamp', record['t']))
             tracker.offer_fix(Fix(*(float(record[key]) for key in ('latitude', 'longitude', 'accuracy')), stamp), now)
-        yield {'t': float(record['t']), 'event': 'location', **position(tracker, maps.loaded, now)}
-        if record['type'] == 'ranging':
+        counts = record['type'] == 'location' or kit.knows(record['region'])
+        if counts:
+            published = position(tracker, maps.loaded, now)
+        yield {'t': float(record['t']), 'event': 'location', **published}
+        if counts and record['type'] == 'ranging':
             tracker.merge([ranged_beacon(kit, beacon) for beacon in record['beacons']], now)
 
 

@@ -39,7 +39,8 @@ class Walk:
         self.lines = []
 
     def ranging(self, t, *beacons):
-        self.lines.append(json.dumps({'t': t, 'type': 'ranging', 'beacons': beacons}))
+        region = {'identifier': 'hall', 'uuid': UUID, 'major': None, 'minor': None}
+        self.lines.append(json.dumps({'t': t, 'type': 'ranging', 'region': region, 'beacons': beacons}))
         return self
 
     def fix(self, t, timestamp, accuracy=12.5, longitude=0.0):
@@ -152,7 +153,7 @@ class PositionTest(unittest.TestCase):
     def test_fixes(self):
         self.assertEqual(Walk().fix(100, 85.000001).metres(), [0])
         self.assertEqual(Walk().fix(100, 85).fix(100, 115).fix(100, 100, accuracy=0).metres(), [None] * 3)
-        self.assertEqual(Walk().fix(100, 100).ranging(279.9).ranging(280).metres(), [0, 0, None])
+        self.assertEqual(Walk(placed(3)).fix(100, 100).ranging(279.9).ranging(280).metres(), [0, 0, None])
         edge = Walk(map_pixel_width=200).fix(1, 1)
         self.assertEqual(edge.locations()[0]['map_id'], 'lobby')
         self.assertEqual(Walk(map_pixel_width=199).fix(1, 1).locations()[0]['map_id'], 'annex')

@@ -4,6 +4,7 @@
 
 #include "wayloom/positioning/TWLBeaconTracker.hpp"
 
+#include "positioning/BeaconPlace.hpp"
 #include "tests/positioning/Beacons.hpp"
 #include "tests/support/TestPlatform.hpp"
 
@@ -24,6 +25,30 @@ TEST(BeaconDistanceTest, FollowsTheCurve) {
   EXPECT_NEAR(distance(-30.0, -60), std::pow(0.5, 10), 1e-15);
   EXPECT_EQ(distance(-70.0, 0), std::numeric_limits<double>::infinity());
   EXPECT_NEAR(distance(-70.0, 70), 1.0, 1e-15) << "an even power of -1";
+}
+
+TEST(BeaconPlaceTest, ReadsTheAttributesLeniently) {
+  const auto place = [](const char* attributes) { return BeaconPlace(platform::Json::parse(attributes)); };
+  const auto full = place(R"({"map_id": "lobby", "latitude": "50.5", "longitude": 8.25, "measured_power": -59})");
+  EXPECT_EQ(full.mapId, "lobby");
+  EXPECT_EQ(full.coordinate.latitude, 50.5);
+  EXPECT_EQ(full.coordinate.longitude, 8.25);
+  EXPECT_EQ(place(R"({"map_id": 12})").mapId, "12");
+  EXPECT_EQ(place(R"({"map_id": null})").mapId, std::nullopt);
+  EXPECT_EQ(place("{}").coordinate.latitude, 0.0);
+  struct Case {
+    const char* power;
+    std::optional<std::int64_t> read;
+  };
+  for (const auto& [power, read] :
+       {Case{"-59", -59}, Case{"-59.9", -59}, Case{R"(" -59 dBm")", -59}, Case{"0", 0}, Case{"null", {}},
+        Case{R"("strong")", {}}, Case{R"("- 59")", {}}, Case{"true", {}}, Case{"[-59]", {}}}) {
+    const auto attributes = platform::Json{{"measured_power", platform::Json::parse(power)}};
+    EXPECT_EQ(BeaconPlace(attributes).measuredPower, read) << power;
+    const TGFBeacon beacon(platform::CLBeacon(),
+                           std::make_shared<const BeaconMatch>(RegionDetails("", "", attributes)));
+    EXPECT_EQ(&BeaconPlace::of(beacon), &BeaconPlace::of(TGFBeacon(beacon))) << "read once for all of one identity";
+  }
 }
 
 struct BeaconTrackerTest : testing::Test {
@@ -71,18 +96,18 @@ TEST_F(BeaconTrackerTest, AveragesOverTheWindow) {
 
 TEST_F(BeaconTrackerTest, TheWindowCanBeSet) {
   EXPECT_EQ(TGFBeacon::secondsToAverage(world), 5.0);
-  TGFBeacon::setSecondsToAverage(world, 60.0);
+  TGFBeacon::secondsToAverage(world, 60.0);
   for (int rssi = -90; rssi < -60; ++rssi) {
     tracker.updateWithRangedBeacons({ranged(1, rssi, 1.0)});
     world.wait(1.0);
   }
   EXPECT_EQ(samples(1).size(), 30U);
   EXPECT_EQ(tracked(1)->runningAverageRssi(), -75.5);
-  TGFBeacon::setSecondsToAverage(world, 2.0);
+  TGFBeacon::secondsToAverage(world, 2.0);
   EXPECT_EQ(samples(1).size(), 30U) << "only a ranging recalculates";
   tracker.updateWithRangedBeacons({ranged(1, -50, 1.0)});
   EXPECT_THAT(samples(1), ElementsAre(-62, -61, -50));
-  TGFBeacon::setSecondsToAverage(world, NAN);
+  TGFBeacon::secondsToAverage(world, NAN);
   tracker.updateWithRangedBeacons({ranged(1, -50, 1.0)});
   EXPECT_THAT(samples(1), IsEmpty()) << "no age is within no number";
 }
@@ -105,7 +130,28 @@ TEST_F(BeaconTrackerTest, KeepsUnseenBeaconsForFiveSeconds) {
   EXPECT_THAT(world.systemLog->take(),
               ElementsAre("Stopping tracking: 5A0E5A0E-0001-4000-8000-00000000BEAC 1 1 because we have not seen it in "
                           "5.000000 seconds"));
-  EXPECT_EQ(TWLBeaconTracker::identifierStringForBeacon(*tracked(2)), "5A0E5A0E-0001-4000-8000-00000000BEAC 1 2");
+  EXPECT_EQ(test::minorOf(tracker.trackedBeaconDictionary().at("5A0E5A0E-0001-4000-8000-00000000BEAC 1 2")), 2);
+}
+
+TEST_F(BeaconTrackerTest, ACrowdThatLeavesFillsNoLog) {
+  TGFBeaconList crowd;
+  for (std::uint16_t minor = 1; minor <= 300; ++minor) crowd.push_back(ranged(minor, -70, 1.0));
+  tracker.updateWithRangedBeacons({crowd.begin(), crowd.begin() + 200});
+  world.wait(0.5);
+  tracker.updateWithRangedBeacons({crowd.begin() + 200, crowd.end()});
+  world.wait(4.5);
+  tracker.updateWithRangedBeacons({});
+  EXPECT_EQ(world.systemLog->take().size(), 20U);
+  world.wait(0.5);
+  tracker.updateWithRangedBeacons({});
+  EXPECT_THAT(world.systemLog->take(), IsEmpty()) << "the same second";
+  world.wait(0.5);
+  tracker.updateWithRangedBeacons({ranged(7, -70, 1.0)});
+  EXPECT_THAT(world.systemLog->take(), ElementsAre("Stopping tracking: 280 more beacons because we have not seen them "
+                                                   "in 5.000000 seconds"));
+  world.wait(5.0);
+  tracker.updateWithRangedBeacons({});
+  EXPECT_THAT(world.systemLog->take(), ElementsAre(testing::HasSubstr(" 1 7 because we have not seen it")));
 }
 
 TEST_F(BeaconTrackerTest, OfTwoObjectsWithOneIdentityTheLaterCounts) {

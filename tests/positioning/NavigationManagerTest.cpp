@@ -121,6 +121,7 @@ TEST_F(NavigationManagerTest, TellsListenersThenTheDelegateThenKeepsThePosition)
   manager->addListener(owned);
   manager->addListener(first);
   EXPECT_THAT(told(), ElementsAre("first:none", "owned:none", "first:none")) << "each is told at once";
+  EXPECT_THAT(manager->listeners(), ElementsAre(testing::Pointer(&first), owned));
   owned.reset();
   range(2.0);
   std::vector<TWLMapLocationPtr> kept;
@@ -159,6 +160,28 @@ TEST_F(NavigationManagerTest, ListenersMayComeAndGoWhileTheyAreCalled) {
   };
   manager->updateLocation();
   EXPECT_THAT(told(), ElementsAre("third:hall", "second:hall", "third:hall", "second:hall")) << "even to ask anew";
+}
+
+TEST_F(NavigationManagerTest, KeepsWhomItWasGivenWithOwnershipAndSurvivesWhatTheyThrow) {
+  make();
+  auto owned = std::make_shared<Witness>("owned", diary);
+  const std::weak_ptr<Witness> watch = owned;
+  manager->addListener(*owned);
+  manager->addListener(std::exchange(owned, nullptr));
+  EXPECT_FALSE(watch.expired()) << "given by reference first, but then by a pointer that owns";
+  range(2.0);
+  told();
+  watch.lock()->andThen = [&](TWLManager& sender, const TWLMapLocationPtr&) {
+    sender.removeListener(*watch.lock());
+    throw std::runtime_error("a listener's fault");
+  };
+  manager->addListener(first);
+  EXPECT_THROW(manager->updateLocation(), std::runtime_error);
+  EXPECT_TRUE(watch.expired());
+  told();
+  manager->updateLocation();
+  EXPECT_THAT(told(), ElementsAre("first:hall"));
+  EXPECT_THAT(manager->listeners(), ElementsAre(testing::Pointer(&first)));
 }
 
 TEST_F(NavigationManagerTest, FallsBackOnFixes) {

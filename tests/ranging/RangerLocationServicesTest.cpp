@@ -247,6 +247,38 @@ TEST_F(RangerLocationServicesTest, WithoutAuthorisationNothingIsHeardAndNoRegion
   EXPECT_THAT(take(), ElementsAre("a 0", "a 0", "exit a", "a 0"));
 }
 
+TEST_F(RangerLocationServicesTest, AStepIsTakenInAsOneChange) {
+  const auto region = regionOfHouse("a");
+  const auto circle =
+      std::make_shared<const platform::CLCircularRegion>(platform::CLLocationCoordinate2D{50.0, 8.0}, 30.0, "yard");
+  manager->startMonitoringForRegion(region);
+  manager->startMonitoringForRegion(circle);
+  hear(1);
+  tasks.pass(2s);
+  take();
+  std::vector<std::string> requests;
+  services->setFixRequestObserver([&](const auto& request) { requests.push_back(request ? "fixes" : "no fixes"); });
+  services->setBeaconRequestObserver([&](bool wanted) { requests.push_back(wanted ? "beacons" : "no beacons"); });
+  manager->changeInOneStep([&] {
+    for (const auto& each : manager->monitoredRegions()) manager->stopMonitoringForRegion(each);
+    EXPECT_THAT(manager->monitoredRegions(), IsEmpty());
+    tasks.pass(3s);
+    hear(1);
+    EXPECT_THAT(take(), IsEmpty()) << "between stop and start, however long that takes";
+    manager->startMonitoringForRegion(region);
+    manager->startMonitoringForRegion(circle);
+  });
+  tasks.run();
+  hear(1);
+  tasks.pass(2s);
+  EXPECT_THAT(take(), ElementsAre("monitoring a", "monitoring yard")) << "no entry is told again";
+  EXPECT_THAT(requests, IsEmpty());
+  EXPECT_EQ(manager->monitoredRegions().size(), 2U);
+  manager->requestStateForRegion(region);
+  tasks.run();
+  EXPECT_THAT(take(), ElementsAre("state 1 a"));
+}
+
 TEST_F(RangerLocationServicesTest, SuspendedTimeIsNoSilence) {
   manager->startMonitoringForRegion(regionOfHouse("a"));
   hear(1);

@@ -40,6 +40,7 @@ TEST(Configuration, ADictionaryReplacesEveryValue) {
   EXPECT_EQ(configuration.mapName(), std::nullopt);
   EXPECT_EQ(configuration.url(), std::nullopt) << "malformed";
   EXPECT_EQ(configuration.analyticsURL(), std::nullopt) << "not a text";
+  EXPECT_EQ(configuration.config(), (Json{{"GFKitURL", "https://kits/a b"}, {"GFAnalyticsURL", 7}}));
 
   configuration.setUrl("https://kits/2?x=%20");
   configuration.setAnalyticsURL("https://analytics");

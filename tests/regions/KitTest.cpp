@@ -58,7 +58,11 @@ TEST_F(Kit, ReadsWhatTheDocumentSays) {
   EXPECT_EQ(yard.longitude(), 8.6F);
   EXPECT_EQ(yard.radius(), 30.0F);
   EXPECT_EQ(yard.attributes().at("a"), 1);
-  EXPECT_EQ(yard.region()->identifier(), "yard");
+  const auto circle = std::dynamic_pointer_cast<const platform::CLCircularRegion>(yard.region());
+  EXPECT_EQ(circle->identifier(), "yard");
+  EXPECT_EQ(circle->center().latitude, 50.1F);
+  EXPECT_EQ(circle->center().longitude, 8.6F);
+  EXPECT_EQ(circle->radius(), 30.0F);
   EXPECT_EQ(kit->getRegionForIdentifier("yard").get(), &yard) << "a geofence comes before a beacon region";
   EXPECT_EQ(kit->getRegionForIdentifier("roof"), nullptr);
 }

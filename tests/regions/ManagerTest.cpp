@@ -123,9 +123,13 @@ TEST_F(Manager, AKitWithoutAStatusServerDropsTheReporter) {
 TEST_F(Manager, SyncsHourlyAndEveryTickUntilThen) {
   goOffline();
   makeManager();
+  manager->syncWithCompletionHandler([this](BackgroundFetchResult result) {
+    if (result != BackgroundFetchResult::newData) events.push_back("handler " + std::to_string(int(result)));
+  });
+  EXPECT_THAT(takeAfter(0s), ElementsAre("handler 2", "did fail HTTP 7 no route"));
   manager->start();
-  EXPECT_THAT(takeAfter(0s), ElementsAre("analytics start", "did fail HTTP 7 no route"));
-  EXPECT_THAT(takeAfter(30s), ElementsAre("analytics upload", "did fail HTTP 7 no route"));
+  EXPECT_THAT(takeAfter(0s), ElementsAre("analytics start", "handler 2", "did fail HTTP 7 no route"));
+  EXPECT_THAT(takeAfter(30s), ElementsAre("analytics upload", "handler 2", "did fail HTTP 7 no route"));
   serve(kKit);
   EXPECT_EQ(takeAfter(30s), joined({{"analytics upload"}, kRegistration}));
   // Ticks come every 30 s; the last one at 3600 s after the sync, which is not earlier than an hour ago.
@@ -196,6 +200,11 @@ TEST_F(Manager, StopTakesEveryRegionAndStartBeginsAfresh) {
   EXPECT_THAT(takeAfter(2h), IsEmpty());
   manager->locationManagerDidRangeBeaconsInRegion(nullptr, std::vector{beacon(1, 2)}, reported());
   EXPECT_EQ(take().back(), "status 1/2") << "the status reporter stays";
+  manager->stopStatusMonitoring();
+  EXPECT_THAT(take(), ElementsAre("status gone"));
+  location->ranged.push_back(reported());
+  manager->stopRangingIBeacons();
+  EXPECT_THAT(take(), ElementsAre("unrange r"));
 
   manager->sync();
   manager->start();
@@ -252,8 +261,93 @@ TEST_F(Manager, TellsRangingsInTheKitsTerms) {
 
   const auto stranger = reported("5A0E1C9E-0000-4B7E-8000-000000000009");
   manager->locationManagerDidRangeBeaconsInRegion(nullptr, std::vector{beacon(1, 2)}, stranger);
-  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "did range : exact", "status 1/2", "notified of 1 in "))
-      << "what the kit doesn't know has an empty identifier";
+  EXPECT_THAT(takeAfter(0s), ElementsAre("raw range", "status 1/2")) << "a region that the kit doesn't know";
+}
+
+// Notes what the second delegate gets, argument by argument.
+struct SecondDelegate : platform::CLLocationManagerDelegate {
+  using Sender = platform::CLLocationManager*;
+
+  void locationManagerDidUpdateLocations(Sender sender, std::span<const platform::CLLocation> fixes) override {
+    note("locations", sender, static_cast<int>(fixes.size()));
+  }
+  void locationManagerDidUpdateHeading(Sender sender, const platform::CLHeading& heading) override {
+    note("heading", sender, static_cast<int>(heading.magneticHeading));
+  }
+  void locationManagerDidDetermineStateForRegion(Sender sender, CLRegionState state,
+                                                 const platform::CLRegionPtr& region) override {
+    note("state", sender, static_cast<int>(state), region->identifier());
+  }
+  void locationManagerDidRangeBeaconsInRegion(Sender sender, std::span<const CLBeacon> beacons,
+                                              const platform::CLBeaconRegionPtr& region) override {
+    note("ranged", sender, static_cast<int>(beacons.size()), region->identifier());
+  }
+  void locationManagerRangingBeaconsDidFailForRegionWithError(Sender sender, const platform::CLBeaconRegionPtr& region,
+                                                              const Error& error) override {
+    note("ranging failed", sender, static_cast<int>(error.code), region->identifier());
+  }
+  void locationManagerDidEnterRegion(Sender sender, const platform::CLRegionPtr& region) override {
+    note("entered", sender, 0, region->identifier());
+  }
+  void locationManagerDidExitRegion(Sender sender, const platform::CLRegionPtr& region) override {
+    note("left", sender, 0, region->identifier());
+  }
+  void locationManagerDidFailWithError(Sender sender, const Error& error) override {
+    note("failed", sender, static_cast<int>(error.code));
+  }
+  void locationManagerMonitoringDidFailForRegionWithError(Sender sender, const platform::CLRegionPtr& region,
+                                                          const Error& error) override {
+    note("monitoring failed", sender, static_cast<int>(error.code), region->identifier());
+  }
+  void locationManagerDidChangeAuthorizationStatus(Sender sender, CLAuthorizationStatus status) override {
+    note("authorization", sender, static_cast<int>(status));
+  }
+  void locationManagerDidStartMonitoringForRegion(Sender sender, const platform::CLRegionPtr& region) override {
+    note("monitoring", sender, 0, region->identifier());
+  }
+  void locationManagerDidPauseLocationUpdates(Sender sender) override { note("paused", sender); }
+  void locationManagerDidResumeLocationUpdates(Sender sender) override { note("resumed", sender); }
+  void locationManagerDidFinishDeferredUpdatesWithError(Sender sender, const Error& error) override {
+    note("deferred", sender, static_cast<int>(error.code));
+  }
+
+  void note(const std::string& what, Sender sender, int number = 0, const std::string& region = "-") {
+    told.push_back(what + (sender == expected ? " " : " of a stranger ") + std::to_string(number) + " " + region);
+  }
+  Sender expected = nullptr;
+  Events told;
+};
+
+TEST_F(Manager, PassesEveryRawCallbackOnUnchanged) {
+  startWithKit();
+  SecondDelegate second;
+  second.expected = &manager->locationManager();
+  manager->setDelegate(nullptr);
+  manager->setLocationManagerDelegate(&second);
+  auto* sender = second.expected;
+  const Error error{"Radio", 9, "off"};
+  const auto region = reported();
+  manager->locationManagerDidUpdateLocations(sender, std::vector<platform::CLLocation>(2));
+  manager->locationManagerDidUpdateHeading(sender, {.magneticHeading = 90.0, .timestamp = {}});
+  manager->locationManagerDidDetermineStateForRegion(sender, CLRegionState::outside, region);
+  manager->locationManagerDidRangeBeaconsInRegion(sender, std::vector(3, beacon(1, 2)), region);
+  manager->locationManagerRangingBeaconsDidFailForRegionWithError(sender, region, error);
+  manager->locationManagerDidEnterRegion(sender, region);
+  manager->locationManagerDidExitRegion(sender, region);
+  manager->locationManagerDidFailWithError(sender, error);
+  manager->locationManagerMonitoringDidFailForRegionWithError(sender, region, error);
+  manager->locationManagerDidChangeAuthorizationStatus(sender, CLAuthorizationStatus::denied);
+  manager->locationManagerDidStartMonitoringForRegion(sender, region);
+  manager->locationManagerDidPauseLocationUpdates(sender);
+  manager->locationManagerDidResumeLocationUpdates(sender);
+  manager->locationManagerDidFinishDeferredUpdatesWithError(sender, error);
+  EXPECT_THAT(second.told,
+              ElementsAre("locations 2 -", "heading 90 -", "state 2 r", "ranged 3 r", "ranging failed 9 r",
+                          "entered 0 r", "left 0 r", "failed 9 -", "monitoring failed 9 r", "authorization 2 -",
+                          "monitoring 0 r", "paused 0 -", "resumed 0 -", "deferred 9 -"));
+  manager->setLocationManagerDelegate(nullptr);
+  manager->locationManagerDidPauseLocationUpdates(sender);
+  EXPECT_EQ(second.told.size(), 14U);
 }
 
 TEST_F(Manager, WorksWithoutKitDelegatesAndServices) {

@@ -214,32 +214,24 @@ std::shared_ptr<const Json> smallKit() {
     {"uuid": "5A0E1C9E-0000-4B7E-8000-000000000001", "major": 2, "minor": 4, "attributes": {"map_id": null}}]})"));
 }
 
-TEST(Matching, ReadsTheAttributesOfEveryRangingOnce) {
+TEST(Matching, NamesTheBeaconAsItsMostSpecificEntryDoes) {
   const TGFAPIBeaconFinder finder(smallKit());
   const auto uuid = *UUID::parse(kUUID);
 
   const auto exact = finder.findIBeaconForCLBeacon({uuid, 1, 4, -70, 2.5, platform::CLProximity::near});
   EXPECT_EQ(exact.name(), std::nullopt) << "the exact entry has no name, and its own counts";
   EXPECT_EQ(exact.identifier(), "x");
-  EXPECT_EQ(*exact.match().mapId, "lobby");
-  EXPECT_EQ(exact.match().measuredPower, 0);
-  EXPECT_EQ(exact.match().latitude, 50.5);
-  EXPECT_EQ(exact.match().longitude, 8.25);
   EXPECT_EQ(exact.rssi(), -70);
   EXPECT_EQ(exact.accuracy(), 2.5);
   EXPECT_TRUE(exact.hasMajor() && exact.hasMinor());
 
   const auto other = finder.findIBeaconForCLBeacon({uuid, 9, 9});
   EXPECT_EQ(other.name(), "venue");
-  EXPECT_EQ(*other.match().mapId, "12");
-  EXPECT_EQ(other.match().measuredPower, -59);
-  EXPECT_EQ(finder.findIBeaconForCLBeacon({uuid, 2, 4}).match().mapId, nullptr);
 
   const auto stranger = TGFAPIBeaconFinder(nullptr).findIBeaconForCLBeacon({uuid, 1, 4});
   EXPECT_EQ(stranger.name(), "");
   EXPECT_EQ(stranger.identifier(), "");
   EXPECT_TRUE(stranger.attributes().is_object() && stranger.attributes().empty());
-  EXPECT_EQ(stranger.match().measuredPower, std::nullopt);
 }
 
 TEST(Matching, AKnownIdentityAllocatesNothing) {

@@ -165,6 +165,65 @@ TEST_F(Request, NamesCacheFilesAfterThePathAlone) {
   EXPECT_EQ(request->pathToFileForURL(kUrl), kFile);
 }
 
+TEST_F(Request, NoAddressIsAnsweredFromAnothersFile) {
+  const auto keep = [&](const std::string& url, const std::string& answer) {
+    request->writeToDiskFromURL(answer, url);
+  };
+  const std::vector<std::string> sharing = {"https://h/a-b/c", "https://h/a/b-c", "https://other/a/b-c",
+                                            "https://h/a/b-c?venue=2"};
+  world.files->writeFile("/documents/geofold-a-b-c.data", "older");
+  EXPECT_EQ(request->readFromDisk(sharing[1]), "older") << "kept by somebody who said not for whom";
+  for (const auto& url : sharing) {
+    keep(url, "answer to " + url);
+    for (const auto& other : sharing)
+      EXPECT_EQ(request->readFromDisk(other), other == url ? std::optional("answer to " + url) : std::nullopt)
+          << other << " after " << url;
+  }
+  EXPECT_EQ(world.files->readFile("/documents/geofold-a-b-c.data"), "answer to " + sharing.back());
+  EXPECT_EQ(request->readFromDisk(sharing.back() + "#kit"), "answer to " + sharing.back());
+  EXPECT_THAT(world.files->listDirectory("/documents").value(), testing::SizeIs(2));
+}
+
+TEST_F(Request, AnInterruptedWriteMixesNoAddresses) {
+  // Files of a process that ends after so many changes.
+  class Dying : public test::MemoryFiles {
+   public:
+    using MemoryFiles::MemoryFiles;
+    std::optional<Error> writeFileAtomically(const std::string& path, std::string_view bytes) override {
+      return left-- > 0 ? MemoryFiles::writeFileAtomically(path, bytes) : Error{"Files", 5, "dead"};
+    }
+    std::optional<Error> removeFile(const std::string& path) override {
+      return left-- > 0 ? MemoryFiles::removeFile(path) : Error{"Files", 5, "dead"};
+    }
+    int left = 2;
+  };
+  for (int changes = 0; changes <= 3; ++changes) {
+    auto services = world.services();
+    const auto files = std::make_shared<Dying>(world.time.calendarClock());
+    services.files = files;
+    platform::Platform dying(services);
+    TGFAPIRequest client(dying, "secret");
+    client.writeToDiskFromURL("first", "https://h/kit");
+    files->left = changes;
+    client.writeToDiskFromURL("second", "https://other/kit");
+    const auto first = client.readFromDisk("https://h/kit");
+    const auto second = client.readFromDisk("https://other/kit");
+    EXPECT_EQ(first, changes == 0 ? std::optional<std::string>("first") : std::nullopt) << changes;
+    EXPECT_EQ(second, changes == 3 ? std::optional<std::string>("second") : std::nullopt) << changes;
+  }
+}
+
+TEST_F(Request, ManyAtOnceAreAnsweredInTurnAndForgotten) {
+  serve("[1]");
+  int calls = 0;
+  std::function<void(std::optional<Error>, std::optional<Json>)> handler = [&](auto, auto) {
+    if (++calls < 500) request->getHandler(kUrl, handler);
+  };
+  for (int i = 0; i < 20; ++i) request->getHandler(kUrl, handler);
+  world.time.runReady();
+  EXPECT_EQ(calls, 500 + 19);
+}
+
 TEST_F(Request, DestructionCancels) {
   serve("[1]");
   int calls = 0;

@@ -14,6 +14,8 @@
 #include "wayloom/regions/BeaconConstraint.hpp"
 #include "wayloom/regions/TGFKit.hpp"
 
+#include "positioning/BeaconPlace.hpp"
+
 namespace wayloom::tools {
 namespace {
 
@@ -169,29 +171,29 @@ class KitCheck {
 
   void checkPlace(const TGFBeacon& beacon, const Json& kit, std::size_t index) {
     const Json& entry = kit["ibeacons"][index];
-    const BeaconMatch& match = beacon.match();
-    const auto name = "beacon " + inQuotes(match.identifier.value_or(""));
-    if (!match.mapId)
+    const auto& attributes = BeaconPlace::of(beacon);
+    const auto name = "beacon " + inQuotes(beacon.identifier().value_or(""));
+    if (!attributes.mapId)
       return tell(Severity::warning, entryPath(index), name + " has no map: it is never taken for a position");
     auto place = entryPath(index);
     if (const Json* own = member(member(entry, "attributes"), "map_id")) {
       if (!own->is_null()) place.insert(place.end(), {"attributes", "map_id"});
     }
     if (maps_ == nullptr) return;
-    const auto* map = maps_->find(*match.mapId);
+    const auto* map = maps_->find(*attributes.mapId);
     if (map == nullptr)
-      return tell(Severity::error, place, name + " is on map " + inQuotes(*match.mapId) + ", which is not there");
+      return tell(Severity::error, place, name + " is on map " + inQuotes(*attributes.mapId) + ", which is not there");
     for (const char* key : {"latitude", "longitude"})
       if (!beacon.attributes().contains(key))
         return tell(Severity::error, entryPath(index), fmt::format("{} has a map, but no {}", name, key));
-    checkEdges(*map, match, name, place);
+    checkEdges(*map, attributes.coordinate, name, place);
   }
 
-  void checkEdges(const MapCatalogue::Map& map, const BeaconMatch& match, const std::string& name,
-                  const JsonPath& place) {
+  void checkEdges(const MapCatalogue::Map& map, const platform::CLLocationCoordinate2D& coordinate,
+                  const std::string& name, const JsonPath& place) {
     const auto& config = *map.config;
     if (!(config.pixelsPerMeter() > 0.0) || config.mapPixelWidth() <= 0 || config.mapPixelHeight() <= 0) return;
-    const Point pixels = map.projection.pixelsOf({match.latitude, match.longitude});
+    const Point pixels = map.projection.pixelsOf(coordinate);
     if (map.projection.contains(pixels)) return;
     const auto beyond = [](double pixel, std::int64_t size) {
       return std::max({-pixel, pixel - static_cast<double>(size), 0.0});

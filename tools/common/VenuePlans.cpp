@@ -8,6 +8,8 @@
 #include "wayloom/positioning/TWLLocationUtils.hpp"
 #include "wayloom/regions/TGFAPIDeserializer.hpp"
 
+#include "positioning/BeaconPlace.hpp"
+
 namespace wayloom::tools {
 namespace {
 
@@ -38,13 +40,12 @@ std::optional<PlacedBeacon> placed(platform::Platform& platform, const TGFKit& k
                      static_cast<std::uint16_t>(*entry.minor())};
   const TGFBeacon merged = kit.getIBeaconForCLBeacon(
       {.proximityUUID = beacon.identity.uuid, .major = beacon.identity.major, .minor = beacon.identity.minor});
-  const BeaconMatch& match = merged.match();
-  if (!match.mapId || TWLMapConfigRepo::sharedRepo(platform).forMapId(*match.mapId) == nullptr) return std::nullopt;
-  const auto location =
-      TWLLocationUtils::mapLocationForGeolocationForMapId(platform, {match.latitude, match.longitude}, *match.mapId);
-  beacon.label = match.name.value_or(match.identifier.value_or(""));
-  beacon.place = {*match.mapId, location->pixelCoords().x, location->pixelCoords().y};
-  beacon.measuredPower = match.measuredPower;
+  const auto& place = BeaconPlace::of(merged);
+  if (!place.mapId || TWLMapConfigRepo::sharedRepo(platform).forMapId(*place.mapId) == nullptr) return std::nullopt;
+  const auto location = TWLLocationUtils::mapLocationForGeolocationForMapId(platform, place.coordinate, *place.mapId);
+  beacon.label = merged.name().value_or(merged.identifier().value_or(""));
+  beacon.place = {*place.mapId, location->pixelCoords().x, location->pixelCoords().y};
+  beacon.measuredPower = place.measuredPower;
   return beacon;
 }
 

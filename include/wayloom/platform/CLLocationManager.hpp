@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -30,6 +31,11 @@ class CLLocationManager {
   virtual void startRangingBeaconsInRegion(CLBeaconRegionPtr region) = 0;
   virtual void stopRangingBeaconsInRegion(const CLBeaconRegionPtr& region) = 0;
   virtual std::vector<CLBeaconRegionPtr> rangedRegions() const = 0;
+
+  // Runs the changes, which start and stop regions, so that the platform takes them in as one: a region that is stopped
+  // and started again goes on, and nothing is told or asked of a receiver in between. Where the platform can't do that,
+  // it takes them in one by one.
+  virtual void changeInOneStep(const std::function<void()>& changes) { changes(); }
 
   virtual void setDesiredAccuracy(double metres) = 0;  // or kCLLocationAccuracyBestForNavigation
   virtual void setDistanceFilter(double metres) = 0;   // a fix this near to the last one told is not told

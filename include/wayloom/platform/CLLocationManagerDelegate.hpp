@@ -27,8 +27,9 @@ struct CLHeading {
   CalendarTime timestamp;
 };
 
-// What a location manager tells. Every operation is optional. The manager pointer is null when the library itself
-// raises the call. All arrive on the main queue; spans are valid during the call.
+// What a location manager tells, on the main queue. Every operation is optional; spans are valid during the call. When
+// the library itself raises the call, the manager pointer is null, and the thread is that of the cause: the main
+// thread, or the queue on which the region manager puts a downloaded kit into effect.
 class CLLocationManagerDelegate {
  public:
   virtual ~CLLocationManagerDelegate() = default;

@@ -22,6 +22,9 @@ inline const Json* member(const Json& value, std::string_view key) { return memb
 // Whether the value is there and is JSON null.
 bool isNull(const Json* value);
 
+// Whether there is a number to read: a number, or a text that begins with one.
+bool isNumeric(const Json* value);
+
 // A number truncated towards zero (saturated at the ends of the range, NaN is 0); true is 1; a text by its leading
 // decimal integer ("12 m" is 12, "x" is 0); anything else 0.
 std::int64_t integerValue(const Json* value);

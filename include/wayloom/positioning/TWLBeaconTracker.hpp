@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -19,7 +21,7 @@ namespace wayloom {
 struct AveragingPeriod;
 
 // The beacons that are heard at present. It carries each beacon's samples from one ranging to the next and forgets a
-// beacon 5 seconds after it was last detected.
+// beacon 5 seconds after it was last detected, with a line in the log, of which there are few enough in a second.
 //
 // It works on copies of the beacons it is given. One thread at a time may update it; any thread may ask for the
 // tracked beacons meanwhile.
@@ -38,6 +40,8 @@ class TWLBeaconTracker {
   // Copies of what is tracked: first the beacons of the last ranging in its order, then those that it lacked, in their
   // earlier order.
   TGFBeaconList trackedBeacons() const;
+  // The same by their keys.
+  std::map<std::string, TGFBeaconPtr> trackedBeaconDictionary() const;
 
   // For the thread that updates, until the next update: the same without copying, and what the last update forgot.
   std::span<const TGFBeacon> tracked() const { return tracked_; }
@@ -51,7 +55,7 @@ class TWLBeaconTracker {
 
   void takeRanged(const TGFBeaconList& beacons, platform::MonotonicTime now);
   void takeUnseen(platform::MonotonicTime now);
-  void logDropped() const;
+  void logDropped(platform::MonotonicTime now);
 
   platform::Platform& platform_;
   const AveragingPeriod& averagingPeriod_;
@@ -61,6 +65,9 @@ class TWLBeaconTracker {
   std::vector<TGFBeacon> next_;
   std::vector<platform::BeaconIdentity> dropped_;
   std::unique_ptr<Indices> indices_;
+  platform::MonotonicTime logSecond_;  // when the second began in which the next two count
+  std::size_t loggedDrops_ = 0;
+  std::size_t unloggedDrops_ = 0;
 };
 
 }  // namespace wayloom

@@ -8,7 +8,7 @@
 #include <span>
 
 #include "wayloom/platform/CLLocation.hpp"
-#include "wayloom/platform/TaskScope.hpp"
+#include "wayloom/platform/DelegateSlot.hpp"
 #include "wayloom/platform/Tasks.hpp"
 #include "wayloom/platform/Time.hpp"
 #include "wayloom/positioning/ElectionTrace.hpp"
@@ -68,27 +68,22 @@ class TWLLocationTracker {
   bool useCoreLocationRanging() const { return useCoreLocationRanging_; }
   void setUseCoreLocationRanging(bool use) { useCoreLocationRanging_ = use; }
 
-  // Tells why: called on the tracker's queue after each merged ranging, outside all locks. An empty function ends that.
-  // When this returns, the earlier observer is not called any more, and no call of it is under way, unless that very
-  // call is the caller. Nothing is computed while there is no observer.
+  // Tells why: called on the tracker's queue after each merged ranging, under no lock. An empty function ends that.
+  // When this returns, the earlier observer is not called any more, and no call of it is under way on another thread.
+  // Nothing is computed while there is no observer.
   using ElectionObserver = std::function<void(const ElectionTrace&)>;
   void setElectionObserver(ElectionObserver observer);
 
  private:
-  struct Observation {
-    ElectionObserver call;
-    platform::TaskScope scope;
-  };
-
   void process(const TGFBeaconList& beacons);
 
   platform::Platform& platform_;
   TWLBeaconTracker beaconTracker_;  // updated on queue_ alone
   std::atomic<bool> useCoreLocationRanging_ = true;
-  mutable std::mutex mutex_;  // guards the three below
+  platform::DelegateSlot<const ElectionObserver> electionObserver_;
+  mutable std::mutex mutex_;  // guards the two below
   std::unique_ptr<BeaconElection> election_;
   std::optional<platform::CLLocation> locationFromCoreLocation_;
-  std::shared_ptr<Observation> observation_;
   std::unique_ptr<platform::TaskQueue> queue_;  // last: its destruction ends the work on all above
 };
 

@@ -16,6 +16,8 @@
 
 #include "wayloom/maps/TWLMapLocation.hpp"
 #include "wayloom/platform/CLLocationManagerDelegate.hpp"
+#include "wayloom/platform/DelegateSlot.hpp"
+#include "wayloom/platform/TaskScope.hpp"
 #include "wayloom/positioning/TWLManagerDelegate.hpp"
 #include "wayloom/regions/TGFManager.hpp"
 #include "wayloom/regions/TGFManagerDelegate.hpp"
@@ -44,7 +46,8 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   // Starts the engine, with the settings of the Wayloom property list. `services` go to the engine.
   explicit TWLManager(platform::Platform& platform, TWLManagerDelegate* delegate = nullptr,
                       TGFManagerServices services = {});
-  // Stops the engine and the geographic fixes; no callback follows. A delegate or listener may do it in a callback.
+  // Stops the engine and the geographic fixes; no callback follows, and one under way on another thread is waited for.
+  // A delegate or listener may do it in a callback.
   ~TWLManager() override;
   TWLManager(const TWLManager&) = delete;
   TWLManager& operator=(const TWLManager&) = delete;
@@ -59,14 +62,15 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   void startStandardUpdates();  // the best accuracy, a fix every 10 metres
   void stopStandardUpdates();
 
-  // A listener is in the set once, is told every position in the order of adding, and at once the current one, even
-  // when there is none. Positions are told under the listeners' lock; there a listener may add and remove listeners,
-  // itself too. Only the call at once is not, so that on another thread than the positions' it can meet one of theirs.
-  // Any thread. The set keeps a listener given by shared pointer alive; one given by reference must be removed before
-  // its destruction: when removeListener returns, no call of it is under way on another thread.
+  // A listener is in the set once, is told every position in the order of adding, and the current one when it is added,
+  // even when there is none. All that happens under the listeners' lock; there a listener may add and remove listeners,
+  // itself too. The set keeps a listener alive that was given by shared pointer; one given by reference alone must be
+  // removed before its destruction. When removeListener returns, it is not called any more, and no call of it is under
+  // way on another thread. Any thread.
   void addListener(const std::shared_ptr<TWLManagerDelegate>& listener);
   void addListener(TWLManagerDelegate& listener);
   void removeListener(TWLManagerDelegate& listener);
+  std::vector<std::shared_ptr<TWLManagerDelegate>> listeners() const;  // those given by reference are not owned
 
   // Computes the position and tells it, also when it has not changed; when there is none, nobody is told. Any thread.
   void updateLocation();
@@ -80,9 +84,11 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   // scheduler shuts down.
   std::vector<TWLMapConfigPtr> maps();
 
-  // Not owned; told after the listeners, outside their lock. May be null.
-  TWLManagerDelegate* delegate() const { return delegate_; }
-  void setDelegate(TWLManagerDelegate* delegate) { delegate_ = delegate; }
+  // Not owned; told after the listeners, outside their lock. May be null. When setDelegate returns, the one before is
+  // not called any more, and no call of it is under way on another thread. Any thread.
+  TWLManagerDelegate* delegate() const { return delegate_.get(); }
+  void setDelegate(TWLManagerDelegate* delegate) { delegate_.set(delegate); }
+  // There as long as this manager, in its last callbacks too.
   TGFManager& gfManager() { return *gfManager_; }
   // Kept for the host, not owned and never called.
   TGFManagerDelegate* gfManagerDelegate() const { return gfManagerDelegate_; }
@@ -102,14 +108,12 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
                                          std::span<const platform::CLLocation> locations) override;
 
  protected:
-  // What the destructor does, earlier.
+  // What the destructor does, earlier. A class that derives and observes callbacks calls it first in its own.
   void shutDown();
 
  private:
-  bool tell(const TWLMapLocationPtr& location);
-
   platform::Platform& platform_;
-  std::atomic<TWLManagerDelegate*> delegate_;
+  platform::DelegateSlot<TWLManagerDelegate> delegate_;
   std::atomic<TGFManagerDelegate*> gfManagerDelegate_ = nullptr;
   std::shared_ptr<ListenerList<TWLManagerDelegate>> listeners_;
   TWLLocationTracker* locationTracker_ = nullptr;  // the Platform's
@@ -117,6 +121,7 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   std::optional<std::string> mapId_;
   TWLMapLocationPtr currentMapLocation_;
   std::unique_ptr<TGFManager> gfManager_;
+  platform::TaskScope scope_;
 };
 
 }  // namespace wayloom

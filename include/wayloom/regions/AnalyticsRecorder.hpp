@@ -2,7 +2,8 @@
 
 namespace wayloom {
 
-// The analytics recorder as the region manager sees it. All operations are called on the main thread.
+// The analytics recorder as the region manager sees it. All operations are called on the main thread, save
+// that a manager that ends on another one stops logging there.
 class AnalyticsRecorder {
  public:
   virtual ~AnalyticsRecorder() = default;

@@ -6,8 +6,8 @@
 
 namespace wayloom {
 
-// The beacon status reporter as the region manager sees it. It is made and dropped on the queue of a kit download, and
-// fed on the main thread.
+// The beacon status reporter as the region manager sees it. It is made and dropped on the queue of the kit downloads
+// or with the manager, and fed on the main thread; there is never more than one of a manager at a time.
 class StatusReporter {
  public:
   virtual ~StatusReporter() = default;

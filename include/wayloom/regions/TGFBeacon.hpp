@@ -62,7 +62,8 @@ class TGFBeacon : public TGFRegion {
   // Length of the averaging window in seconds, 5 by default: one setting for all beacons of a Platform. It takes effect
   // with each beacon's next ranging. Any thread.
   static double secondsToAverage(platform::Platform& platform);
-  static void setSecondsToAverage(platform::Platform& platform, double seconds);
+  static void secondsToAverage(platform::Platform& platform, double seconds);
+  static void setSecondsToAverage(platform::Platform& platform, double seconds) { secondsToAverage(platform, seconds); }
 
   // Metres, from the running average and the measured power; -1 when unknown.
   double distance() const;

@@ -29,6 +29,8 @@ class TGFConfiguration {
   // Replaces every value, those of the property list too; what isn't an object counts as an empty one.
   void configureWithDictionary(const platform::Json& dictionary);
 
+  platform::Json config() const;  // all of it, as it was given; an object
+
   std::optional<std::string> url() const;
   std::optional<std::string> apiToken() const;
   std::optional<std::string> analyticsURL() const;

@@ -5,9 +5,7 @@
 //   manager.start();
 #pragma once
 
-#include <atomic>
 #include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -15,6 +13,7 @@
 
 #include "wayloom/platform/CLLocationManager.hpp"
 #include "wayloom/platform/CLLocationManagerDelegate.hpp"
+#include "wayloom/platform/DelegateSlot.hpp"
 #include "wayloom/platform/Notification.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/platform/TaskScope.hpp"
@@ -30,12 +29,16 @@ class TGFAPIRequest;
 // How a sync ended.
 enum class BackgroundFetchResult : int { newData = 0, noData = 1, failed = 2 };
 
-// Made, driven and destroyed on the main thread, where the platform's callbacks, the sync timer and notifications
-// arrive. The end of a kit download runs on the download's own serial queue: there the kit is replaced, the regions are
-// registered, and the sync handler and the delegate are called. kit(), and what it returns, is safe on any thread.
+// Made and driven on the main thread, where the platform's callbacks, the sync timer and notifications arrive. The end
+// of a kit download runs on a serial queue of the manager's own: there the kit is replaced, the regions are registered,
+// and the sync handler and the delegate are called, for one download after another. kit(), and what it returns, is safe
+// on any thread.
 //
-// Destruction is safe at any time, from within the delegate's calls too; no call follows it. Neither delegate is owned:
-// keep them as long as the manager.
+// An answer without a kit leaves the kit that is there in force. What happens in a region that the kit doesn't know is
+// told to nobody; of its rangings the status reporter alone hears.
+//
+// Destruction is safe at any time and on any thread, from within each of the calls too; no call follows it, and one
+// under way on another thread is waited for. Neither delegate is owned: keep them as long as the manager.
 class TGFManager final : public platform::CLLocationManagerDelegate {
  public:
   using SyncHandler = std::function<void(BackgroundFetchResult)>;
@@ -61,6 +64,14 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
   void start();
   // Ends that and takes every region of the application from the platform, those that others registered too.
   void stop();
+  // What the destructor does, earlier: for one who has to be whole until the last callback has returned. No call
+  // follows; what the manager knows can still be asked.
+  void shutDown();
+
+  // Takes every ranged region of the application from the platform; monitoring goes on.
+  void stopRangingIBeacons();
+  // Ends the status reporter, until the next kit is put into effect. Waits for a call of it on another thread.
+  void stopStatusMonitoring() { status_.set(nullptr); }
 
   void sync() { performSync(); }
   // The handler is kept, and called at the end of every later sync too.
@@ -70,12 +81,14 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
   static std::string getVersion() { return "1.0.3"; }
   void setPartnerIdentifier(std::string identifier);
 
-  TGFManagerDelegate* delegate() const { return delegate_; }
-  void setDelegate(TGFManagerDelegate* delegate) { delegate_ = delegate; }
+  // When a delegate has been set, the one before is not called any more, and no call of it is under way on another
+  // thread. Any thread.
+  TGFManagerDelegate* delegate() const { return delegate_.get(); }
+  void setDelegate(TGFManagerDelegate* delegate) { delegate_.set(delegate); }
   // Gets every callback of the platform's location manager first, unchanged.
-  platform::CLLocationManagerDelegate* locationManagerDelegate() const { return locationManagerDelegate_; }
+  platform::CLLocationManagerDelegate* locationManagerDelegate() const { return locationManagerDelegate_.get(); }
   void setLocationManagerDelegate(platform::CLLocationManagerDelegate* delegate) {
-    locationManagerDelegate_ = delegate;
+    locationManagerDelegate_.set(delegate);
   }
   platform::CLLocationManager& locationManager() { return *locationManager_; }
   TGFKitPtr kit() const;  // null before there is one
@@ -111,9 +124,8 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
   void locationManagerDidFinishDeferredUpdatesWithError(platform::CLLocationManager*, const platform::Error&) override;
 
  private:
-  struct Download;
-
-  void checkForLocationAlwaysUsageDescription() const;
+  // The platform, if it has one; throws otherwise.
+  static platform::Platform& checkForLocationAlwaysUsageDescription(platform::Platform& platform);
   TGFConfiguration& buildConfig(const std::optional<platform::Json>& configuration);
   void buildKitFromCacheForURL(const std::optional<std::string>& url);
 
@@ -133,17 +145,13 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
   void clearCLRangedRegions();
   void startStatusMonitoring(const TGFKit& kit);
 
-  // These three are false when the call destroyed this manager.
-  template <class Call>
-  bool tellDelegate(Call call) {
-    auto* delegate = delegate_.load();
-    if (!delegate) return true;
-    const std::weak_ptr<const bool> life = life_;
-    call(*delegate);
-    return !life.expired();
+  // Both are false when this manager ends meanwhile.
+  template <class Target, class Call>
+  bool tell(const platform::DelegateSlot<Target>& slot, const Call& call) {
+    const platform::TaskScope::Guard guard(scope_);
+    if (guard) slot.tell(call);
+    return static_cast<bool>(guard);
   }
-  template <class Call>
-  bool forward(Call call);
   bool tellRanging(const TGFKit& kit, std::span<const platform::CLBeacon> beacons,
                    const platform::CLBeaconRegionPtr& region);
   void postNotificationWithUserInfo(const char* name, platform::UserInfo userInfo);
@@ -151,8 +159,9 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
   platform::Platform& platform_;
   TGFManagerServices services_;
   TGFConfiguration& config_;
-  std::atomic<TGFManagerDelegate*> delegate_ = nullptr;
-  std::atomic<platform::CLLocationManagerDelegate*> locationManagerDelegate_ = nullptr;
+  platform::DelegateSlot<TGFManagerDelegate> delegate_;
+  platform::DelegateSlot<platform::CLLocationManagerDelegate> locationManagerDelegate_;
+  platform::DelegateSlot<StatusReporter> status_;
   std::unique_ptr<platform::CLLocationManager> locationManager_;
   std::unique_ptr<AnalyticsRecorder> analytics_;
   std::unique_ptr<platform::Timer> syncTimer_;
@@ -163,12 +172,10 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
 
   mutable std::mutex mutex_;  // for what follows; no call leaves this class under it
   TGFKitPtr kit_;
-  std::shared_ptr<StatusReporter> status_;
   SyncHandler didSyncBlock_;
   std::optional<platform::MonotonicTime> lastSuccessfulSync_;
-  std::list<std::shared_ptr<Download>> downloads_;
 
-  std::shared_ptr<const bool> life_ = std::make_shared<const bool>(true);
+  std::unique_ptr<TGFAPIRequest> kitRequest_;  // for all downloads, so that their ends don't overlap
   platform::TaskScope scope_;
 };
 

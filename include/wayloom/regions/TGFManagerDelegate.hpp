@@ -11,7 +11,8 @@ namespace wayloom {
 class TGFManager;
 
 // What the region manager tells its host; every operation is optional. Calls arrive on the main queue, except those
-// at the end of a kit download (geofoldDidSync, geofoldDidFailWithError), which arrive on the download's own queue.
+// at the end of a kit download (geofoldDidSync, geofoldDidFailWithError), which arrive on the queue of the downloads.
+// In each of them the host may destroy the manager.
 class TGFManagerDelegate {
  public:
   virtual ~TGFManagerDelegate() = default;

@@ -32,7 +32,8 @@ class VenueFrame {
     std::function<MapPoint(const platform::CLLocationCoordinate2D&, const std::string& mapId)> pointOn;
   };
 
-  // The origin should lie in the venue: the frame is flat, good to a millimetre within a kilometre.
+  // The origin should lie in the venue: the frame is flat. A kilometre away, at latitude 50,
+  // a length is off by up to 2 parts in 10 000.
   VenueFrame(Projection projection, platform::CLLocationCoordinate2D origin);
 
   GroundPoint groundPoint(const MapPoint& point) const;

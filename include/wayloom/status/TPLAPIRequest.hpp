@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,14 +14,16 @@
 namespace wayloom {
 
 namespace platform {
+class AnswerCache;
+class HttpTransfers;
 class Platform;
-}
+}  // namespace platform
 
 // Requests to a status server, with its token and this device's identifier in their headers. An absent URL fails like a
 // malformed one; the HTTP status is never looked at.
 //
-// Destruction, which a handler may cause too, cancels what is under way: no handler follows, and one that runs on
-// another thread is waited for. Operations may be called from any thread, one at a time.
+// Any thread. Destruction, which a handler may cause too, cancels what is under way: no handler follows, and one that
+// runs on another thread is waited for.
 class TPLAPIRequest {
  public:
   // An error or none; a document or none, both when a request failed and an earlier answer stands in.
@@ -45,8 +46,8 @@ class TPLAPIRequest {
                                                               platform::TaskQueue& queue, PostHandler handler);
 
   // Send the request twice, the first time without heeding the answer. The handler runs once, on a serial queue of this
-  // request's own, with the second answer, which is kept in a file of the Documents directory and stands in when a
-  // later request to the URL's path fails.
+  // object's own, with the second answer, which is kept in a file of the Documents directory and stands in when a later
+  // request to the URL fails.
   void getHandler(const Url& url, Handler handler);
   void postBodyHandler(const Url& url, std::string json, Handler handler);
 
@@ -58,20 +59,14 @@ class TPLAPIRequest {
   std::optional<std::string> readFromDisk(const Url& url) const;
 
  private:
-  struct Transfer {
-    std::unique_ptr<platform::TaskQueue> queue;
-    std::unique_ptr<platform::HttpTask> unheeded;
-    std::unique_ptr<platform::HttpTask> task;  // goes before its queue
-  };
-
   void sendTwice(const platform::HttpRequest& request, const Url& url, Handler handler);
   void processResponseDataErrorUrlHandler(const std::string& bytes, std::optional<platform::Error> error,
                                           const Url& url, const Handler& handler);
-  std::optional<std::string> pathToFileForURL(const Url& url) const;
 
   platform::Platform& platform_;
   const std::optional<std::string> apiToken_;
-  std::list<Transfer> transfers_;
+  std::unique_ptr<platform::AnswerCache> cache_;
+  std::unique_ptr<platform::HttpTransfers> transfers_;
 };
 
 }  // namespace wayloom
