@@ -13,6 +13,7 @@
 namespace wayloom::linux_ {
 namespace {
 
+// While the main thread is busy with something else: four seconds of a venue with a hundred beacons.
 constexpr std::size_t kMostWaitingReports = 4096;
 constexpr std::size_t kMostWaitingChanges = 64;
 

@@ -16,6 +16,7 @@ namespace {
 using platform::Duration;
 using std::chrono::milliseconds;
 
+// Tasks and the end of this object get their turn after these, however fast messages come.
 constexpr int kMostMessagesAPass = 1000;
 // Messages are left to pile up until there are about this many. The socket between holds some 170 of them: where more
 // come before it is read, the bus has to keep them back, and what it keeps grows for as long as that goes on.

@@ -32,8 +32,6 @@ struct Setting {
 constexpr std::array<Setting, 3> kSettings = {
     {{"RequestedAccuracyLevel", kExact}, {"DistanceThreshold", 0}, {"TimeThreshold", 1}}};
 
-bool ends(const std::string& name, std::string_view end) { return name.ends_with(end); }
-
 // (seconds, microseconds) since 1970.
 void readTimestamp(sdbus::Message& message, CLLocation& fix) {
   if (variantContent(message) != "(tt)") return skipVariant(message);
@@ -203,7 +201,7 @@ void FixDriver::adopt(const CLLocation& fix) {
 }
 
 void FixDriver::fail(const BusFailure& failure, bool isAsking) {
-  const auto is = [&](std::string_view end) { return ends(failure.name, end); };
+  const auto is = [&](std::string_view end) { return failure.name.ends_with(end); };
   const bool isLate = is(".NoReply") || is(".Timeout") || is(".TimedOut") || is("ETIMEDOUT");
   const auto condition = is(".ServiceUnknown") || is(".Spawn.ServiceNotFound") ? FixCondition::noService
                          : is(".AccessDenied")                                 ? FixCondition::refused

@@ -58,8 +58,7 @@ std::string_view advice(FixCondition condition) {
       return "See what it says (journalctl -u geoclue), and restart it (systemctl restart geoclue).";
     case FixCondition::waiting:
       return "Indoors there may be none. A receiver has to be connected, or a network of NMEA or WiFi sources enabled "
-             "in "
-             "/etc/geoclue/geoclue.conf.";
+             "in /etc/geoclue/geoclue.conf.";
     case FixCondition::resting:
     case FixCondition::starting:
     case FixCondition::fixing:

@@ -11,7 +11,7 @@ namespace {
 
 using platform::Duration;
 
-constexpr std::size_t kMostDevices = 4096;
+constexpr std::size_t kMostDevices = 4096;  // about 1 MB
 constexpr auto kHearAll = std::int16_t{ranging::kWeakestRssi};
 constexpr const char* kBusDriver = "org.freedesktop.DBus";
 constexpr const char* kBusDriverPath = "/org/freedesktop/DBus";

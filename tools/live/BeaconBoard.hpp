@@ -43,9 +43,9 @@ class BeaconBoard {
   std::vector<BoardRow> rows(platform::MonotonicTime now, BoardOrder order);
 
  private:
-  static constexpr int kSeconds = 5;
+  static constexpr int kSeconds = 5;  // that a rate is taken over
 
-  // Reports by the second, in a ring.
+  // Reports by the second, in a ring: those of a rate, and the one that is passing.
   struct Beacon {
     std::string name;
     linux_::BeaconReport last;
