@@ -48,19 +48,34 @@ void TWLMapConfigRepo::forgetEndedUpdates() {
       scope_.bind([this] { std::erase_if(updates_, [](const auto& update) { return update->hasEnded(); }); }));
 }
 
+// A document that an earlier update could not save is saved with the first update that brings no newer one: the server
+// will not send it again. When neither the note nor the document can be written, the update counts as if it had not
+// been, so that the next one asks again.
 void TWLMapConfigRepo::finalizeUpdate(const std::optional<std::string>& data) {
   const std::string toComplete = inDocuments(platform_, kUpdateToComplete);
-  if (const auto error = platform_.files().writeFileAtomically(toComplete, data.value_or("")))
-    log("Error writing down the map update to complete: " + textOf(*error));
+  const auto document = data ? data : unsavedDocument();
+  const auto error = platform_.files().writeFileAtomically(toComplete, document.value_or(""));
+  if (error) log("Error writing down the map update to complete: " + textOf(*error));
+  const auto lastUpdate = platform_.userDefaults().integerForKey(MAP_CONFIG_UPDATE_TIME_KEY);
   setLastUpdateTime();
   files_.copyDownloadedMapFiles();
   bool isSaved = true;
-  if (data) {
+  if (document) {
     const std::lock_guard lock(documentMutex_);
-    isSaved = saveJsonData(platform_, *data);
-    loadFromJSON(*data);
+    isSaved = saveJsonData(platform_, *document);
+    if (data) loadFromJSON(*data);
   }
-  if (isSaved) platform_.files().removeFile(toComplete);
+  if (isSaved) {
+    platform_.files().removeFile(toComplete);
+  } else if (error) {
+    platform_.userDefaults().setInteger(MAP_CONFIG_UPDATE_TIME_KEY, lastUpdate);
+    platform_.userDefaults().synchronize();
+  }
+}
+
+std::optional<std::string> TWLMapConfigRepo::unsavedDocument() const {
+  auto noted = platform_.files().readFile(inDocuments(platform_, kUpdateToComplete));
+  return noted && !noted->empty() ? std::move(noted) : std::nullopt;
 }
 
 void TWLMapConfigRepo::completeStoppedUpdate() {
@@ -90,15 +105,15 @@ std::optional<platform::Error> TWLMapConfigRepo::writeDataToFileWithModifiedDate
 }
 
 void TWLMapConfigRepo::setUpdateObserver(MapUpdateObserver observer) {
-  const std::lock_guard lock(mutex_);
-  updateObserver_.swap(observer);
+  updateObserver_.set(observer ? std::make_shared<MapUpdateObserver>(std::move(observer)) : nullptr);
 }
 
-void TWLMapConfigRepo::tellUpdateObserver(const MapUpdateStep& step) const {
-  std::unique_lock lock(mutex_);
-  const auto observer = updateObserver_;
-  lock.unlock();
-  if (observer) observer(step);
+// In a task of its own: who tells is still at work, and the observer may destroy it.
+void TWLMapConfigRepo::tellUpdateObserver(MapUpdateStep step) {
+  if (updateObserver_.get() == nullptr) return;
+  platform_.tasks().mainQueue().async(scope_.bind([this, step = std::move(step)] {
+    updateObserver_.tell([&](const MapUpdateObserver& observer) { observer(step); });
+  }));
 }
 
 }  // namespace wayloom

@@ -26,12 +26,21 @@ std::optional<std::string> bodyOf(HttpResponse& response) {
   return std::move(response.body);
 }
 
+std::unique_ptr<platform::HttpTask> download(platform::Platform& platform, const std::string& url,
+                                             TWLMapConfigRepo::DownloadHandler handler) {
+  return platform.http().send(requestFor("GET", url), platform.tasks().mainQueue(),
+                              [handler = std::move(handler)](HttpResponse response) {
+                                auto body = bodyOf(response);
+                                handler(lastModified(response), std::move(body), std::move(response.error));
+                              });
+}
+
 // A question for the date, then perhaps the download. The question goes first, so that no download begins afterwards.
 class ConditionalDownload : public platform::HttpTask {
  public:
-  ConditionalDownload(TWLMapConfigRepo& repo, platform::Platform& platform, const std::string& url,
-                      TWLMapConfigRepo::Date date, TWLMapConfigRepo::DownloadHandler handler)
-      : repo_(repo), url_(url), date_(date), handler_(std::move(handler)) {
+  ConditionalDownload(platform::Platform& platform, const std::string& url, TWLMapConfigRepo::Date date,
+                      TWLMapConfigRepo::DownloadHandler handler)
+      : platform_(platform), url_(url), date_(date), handler_(std::move(handler)) {
     question_ = platform.http().send(requestFor("HEAD", url_), platform.tasks().mainQueue(),
                                      [this](HttpResponse response) { answered(std::move(response)); });
   }
@@ -45,12 +54,12 @@ class ConditionalDownload : public platform::HttpTask {
     if (!modified)
       return handler(std::nullopt, std::nullopt, Error{"Wayl", 0, "Server didn't include a 'Last-Modified' header."});
     if (date_ && *date_ < *modified)
-      download_ = repo_.loadFromUrlCompletionHandler(url_, handler);
+      download_ = download(platform_, url_, handler);
     else
       handler(modified, std::nullopt, std::nullopt);
   }
 
-  TWLMapConfigRepo& repo_;
+  platform::Platform& platform_;
   const std::string url_;
   const TWLMapConfigRepo::Date date_;
   const TWLMapConfigRepo::DownloadHandler handler_;
@@ -62,17 +71,13 @@ class ConditionalDownload : public platform::HttpTask {
 
 std::unique_ptr<platform::HttpTask> TWLMapConfigRepo::loadFromUrlCompletionHandler(const std::string& url,
                                                                                    DownloadHandler handler) {
-  return platform_.http().send(requestFor("GET", url), platform_.tasks().mainQueue(),
-                               [handler = std::move(handler)](HttpResponse response) {
-                                 auto body = bodyOf(response);
-                                 handler(lastModified(response), std::move(body), std::move(response.error));
-                               });
+  return download(platform_, url, std::move(handler));
 }
 
 std::unique_ptr<platform::HttpTask> TWLMapConfigRepo::loadFromUrlIfNewerThanCompletionHandler(const std::string& url,
                                                                                               Date date,
                                                                                               DownloadHandler handler) {
-  return std::make_unique<ConditionalDownload>(*this, platform_, url, date, std::move(handler));
+  return std::make_unique<ConditionalDownload>(platform_, url, date, std::move(handler));
 }
 
 }  // namespace wayloom

@@ -1,6 +1,7 @@
 #include "maps/MapFileNames.hpp"
 
 #include <algorithm>
+#include <vector>
 
 #include "wayloom/platform/Url.hpp"
 
@@ -39,23 +40,54 @@ bool isPageResource(std::string_view fileName) {
   });
 }
 
+// The URL without its last path component, to which slashes at the end belong. Scheme and host always stay: otherwise a
+// document could name the host.
 std::string_view directoryOf(std::string_view url) {
   url = url.substr(0, url.find_first_of("?#"));
-  const auto slash = url.rfind('/');
-  return slash == url.npos ? std::string_view() : url.substr(0, slash);
+  const auto scheme = url.find("://");
+  const auto path = url.find('/', scheme == url.npos ? 0 : scheme + 3);
+  if (path == url.npos) return url;
+  while (url.size() > path && url.ends_with('/')) url.remove_suffix(1);
+  return url.substr(0, std::max(path, std::min(url.rfind('/'), url.size())));
 }
 
-// Components are looked at as a server would, escapes decoded.
+bool isDots(std::string_view component, std::string_view dots) {
+  return platform::withoutPercentEscapes(component).value_or(std::string(component)) == dots;
+}
+
+// The path without empty components, "." and "..", as a server would go it; nothing when it leads out at the start.
+std::optional<std::string> resolvedPath(std::string_view path) {
+  std::vector<std::string_view> components;
+  for (std::size_t begin = 0; begin < path.size();) {
+    const auto end = std::min(path.find('/', begin), path.size());
+    const auto component = path.substr(begin, end - begin);
+    begin = end + 1;
+    if (component.empty() || isDots(component, ".")) continue;
+    if (!isDots(component, "..")) {
+      components.push_back(component);
+      continue;
+    }
+    if (components.empty()) return std::nullopt;
+    components.pop_back();
+  }
+  std::string resolved;
+  for (const auto& component : components) (resolved += resolved.empty() ? "" : "/") += component;
+  return resolved;
+}
+
+// Components are looked at as a server would, escapes decoded: an escaped slash may make more of them.
 std::optional<std::string> refusalOfFilePath(std::string_view path) {
   if (path.empty()) return "it has no file path";
   if (path.size() > kLongestFilePath) return "its file path is too long";
-  if (std::any_of(path.begin(), path.end(), isControl)) return "its file path holds a control character";
-  if (path.front() == '/' || path.find("://") != path.npos) return "its file path is absolute";
+  if (path.find("://") != path.npos) return "its file path is a URL";
+  int depth = 0;
   for (const auto& component : platform::urlPathComponents("/" + escapedPath(path))) {
-    if (component == "." || component == "..") return "its file path leads out of the document's directory";
     if (std::any_of(component.begin(), component.end(), isControl)) return "its file path holds a control character";
+    if (component != ".") depth += component == ".." ? -1 : 1;
+    if (depth < 0) return "its file path leads out of the document's directory";
   }
-  return std::nullopt;
+  if (std::any_of(path.begin(), path.end(), isControl)) return "its file path holds a control character";
+  return depth == 0 ? std::optional<std::string>("its file path names no file") : std::nullopt;
 }
 
 }  // namespace
@@ -103,10 +135,12 @@ std::string escapedPath(std::string_view path) {
 MapFileResult mapFile(std::string_view mapId, const std::optional<std::string>& filePath,
                       std::string_view documentUrl) {
   if (auto refusal = refusalOfFilePath(filePath.value_or(""))) return {std::nullopt, std::move(*refusal)};
-  const auto extension = pathExtension(*filePath);
+  const auto path = resolvedPath(*filePath);
+  if (!path || path->empty()) return {std::nullopt, "its file path leads out of the document's directory"};
+  const auto extension = pathExtension(*path);
   if (auto refusal = refusalOfLocalName(mapId, extension)) return {std::nullopt, std::move(*refusal)};
   return {MapFile{std::string(mapId) + "." + std::string(extension),
-                  std::string(directoryOf(documentUrl)) + "/" + escapedPath(*filePath)},
+                  std::string(directoryOf(documentUrl)) + "/" + escapedPath(*path)},
           {}};
 }
 

@@ -32,7 +32,8 @@ struct MapFile {
   std::string url;
 };
 
-// The file of a map of the document at `documentUrl`; otherwise why there is none, for the log.
+// The file of a map of the document at `documentUrl`, whose path is relative to the document's directory, with or
+// without a slash before it, and must not lead out of it; otherwise why there is none, for the log.
 struct MapFileResult {
   std::optional<MapFile> file;
   std::string refusal;

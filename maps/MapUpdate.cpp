@@ -16,22 +16,15 @@ constexpr std::size_t kMapsAtATime = 16;
 
 }  // namespace
 
-// No handler runs from here on, so that the downloads go in peace.
+// No handler runs from here on, while the downloads go.
 MapUpdate::~MapUpdate() { scope_.close(); }
 
 void MapUpdate::start(platform::CalendarTime cutOff) {
   documentUrl_ = repo_.updateUrl().value_or("");
   documentDownload_ = repo_.loadFromUrlIfNewerThanCompletionHandler(
-      documentUrl_, cutOff, whileAlive([this](const Date&, Bytes document, const Failure& error) {
+      documentUrl_, cutOff, scope_.bind([this](const Date&, Bytes document, const Failure& error) {
         documentArrived(std::move(document), error);
       }));
-}
-
-std::function<void(MapUpdate::Date, MapUpdate::Bytes, MapUpdate::Failure)> MapUpdate::whileAlive(
-    std::function<void(Date, Bytes, Failure)> handler) const {
-  return [weak = scope_.weak(), handler = std::move(handler)](Date date, Bytes bytes, Failure error) {
-    if (const platform::TaskScope::Guard guard(weak); guard) handler(date, std::move(bytes), std::move(error));
-  };
 }
 
 void MapUpdate::documentArrived(Bytes document, const Failure& error) {
@@ -73,17 +66,19 @@ void MapUpdate::begin(std::size_t index) {
     return mapEnded(map, Outcome::refused, 0, map.file.refusal);
   }
   ++active_;
-  auto handler = whileAlive([this, index](const Date& date, const Bytes& image, const Failure& error) {
+  auto handler = scope_.bind([this, index](const Date& date, const Bytes& image, const Failure& error) {
     --active_;
     mapArrived(index, date, image, error);
     beginMaps();
   });
   const std::string installed = repo_.files_.mapDirectoryPath() + "/" + map.file.file->localName;
-  if (!platform_.files().fileExists(installed)) {
+  auto& files = platform_.files();
+  const bool isDirectory = files.listDirectory(installed).has_value();  // whose date says nothing; it gives way
+  if (isDirectory || !files.fileExists(installed)) {
     map.download = repo_.loadFromUrlCompletionHandler(map.file.file->url, std::move(handler));
     return;
   }
-  const auto modified = platform_.files().modificationDate(installed);
+  const auto modified = files.modificationDate(installed);
   if (!modified) platform_.systemLog().write("Error getting modified date of map file: " + installed);
   map.download = repo_.loadFromUrlIfNewerThanCompletionHandler(map.file.file->url, modified, std::move(handler));
 }
@@ -126,7 +121,7 @@ void MapUpdate::end(Outcome outcome, std::string reason) {
 void MapUpdate::tell(MapUpdateStep step) const {
   step.done = maps_.size() - pending_;
   step.total = maps_.size();
-  repo_.tellUpdateObserver(step);
+  repo_.tellUpdateObserver(std::move(step));
 }
 
 }  // namespace wayloom

@@ -53,7 +53,6 @@ class MapUpdate {
     std::unique_ptr<platform::HttpTask> download = {};
   };
 
-  std::function<void(Date, Bytes, Failure)> whileAlive(std::function<void(Date, Bytes, Failure)> handler) const;
   void documentArrived(Bytes document, const Failure& error);
   void walk(const MapCatalogue& catalogue);
   void beginMaps();

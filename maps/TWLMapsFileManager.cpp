@@ -59,10 +59,12 @@ bool TWLMapsFileManager::copyFileFromPathToNewName(const std::optional<std::stri
 bool TWLMapsFileManager::install(const std::string& source, const std::string& destination) {
   const std::lock_guard turn(*turn_);
   auto& files = platform_.files();
-  if (const auto error = files.removeFile(destination))
-    log("Could not delete file -:" + error->description + " ");
-  else
+  if (const auto error = files.removeFile(destination)) {
+    const bool isThere = files.fileExists(destination);
+    log("Could not delete file -:" + (isThere ? error->description : "there was none at " + destination) + " ");
+  } else {
     log("Deleted file :" + destination + " ");
+  }
   log("Attempting copy file from " + source + " " + destination);
   if (const auto error = files.copyFile(source, destination)) {
     log("file copy failed: " + source);

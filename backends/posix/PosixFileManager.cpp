@@ -30,6 +30,11 @@ bool statusOf(const std::string& path, struct stat& status) {
 PosixFileManager::PosixFileManager(const std::string& documentsDirectory)
     : documents_(absolutePath(documentsDirectory)) {
   makeDirectories(documents_, Readers::ownerOnly);
+  removeUnfinishedFiles(documents_);
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(documents_, failure), end; !failure && entry != end;
+       entry.increment(failure))
+    if (entry->is_directory(failure)) removeUnfinishedFiles(entry->path().string());
 }
 
 std::optional<Error> PosixFileManager::refusal(const std::string& path) const {
@@ -60,7 +65,12 @@ std::optional<Error> PosixFileManager::writeFileAtomically(const std::string& pa
 
 std::optional<Error> PosixFileManager::removeFile(const std::string& path) {
   if (!isUsablePath(path) || climbs(path)) return systemError(EINVAL, "cannot remove", path);
-  if (::unlink(path.c_str()) != 0) return systemError(errno, "cannot remove", path);
+  if (::unlink(path.c_str()) == 0) return std::nullopt;
+  if (errno != EISDIR) return systemError(errno, "cannot remove", path);
+  if (auto error = refusal(path)) return error;
+  std::error_code failure;
+  std::filesystem::remove_all(path, failure);
+  if (failure) return systemError(failure.value(), "cannot remove", path);
   return std::nullopt;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -44,7 +45,8 @@ bool writeAll(int descriptor, std::string_view bytes) {
   return true;
 }
 
-// A new file in the directory of `path`, under a name of its own. Removed again unless it was given its final name.
+// A new file in the directory of `path`, under a name of its own. Removed again unless it was given its final name. Its
+// lock tells those who look for remains that somebody is at work on it.
 class UnfinishedFile {
  public:
   explicit UnfinishedFile(const std::string& path, mode_t mode = kFileMode) {
@@ -53,7 +55,7 @@ class UnfinishedFile {
     do {
       name_ = directory + std::string(kUnfinishedPrefix) + std::to_string(::getpid()) + '-' + std::to_string(++counter);
       descriptor_ = openFile(name_, O_WRONLY | O_CREAT | O_EXCL, mode);
-    } while (!descriptor_ && errno == EEXIST);
+    } while (descriptor_ ? wasRemovedUnlocked() : errno == EEXIST);
   }
   ~UnfinishedFile() {
     if (descriptor_ && !name_.empty()) ::unlink(name_.c_str());
@@ -67,6 +69,13 @@ class UnfinishedFile {
   void finished() { name_.clear(); }
 
  private:
+  // Taken for remains in the moment before it was locked.
+  bool wasRemovedUnlocked() {
+    struct stat status {};
+    retried([&] { return ::flock(descriptor_.get(), LOCK_EX); });
+    return ::fstat(descriptor_.get(), &status) == 0 && status.st_nlink == 0;
+  }
+
   std::string name_;
   FileDescriptor descriptor_;
 };
@@ -198,6 +207,16 @@ std::optional<Error> moveRegularFile(const std::string& from, const std::string&
   if (auto error = copyRegularFile(from, to)) return error;
   if (::unlink(from.c_str()) != 0) return systemError(errno, "cannot remove", from);
   return std::nullopt;
+}
+
+void removeUnfinishedFiles(const std::string& directory) {
+  std::error_code failure;
+  for (std::filesystem::directory_iterator entry(directory, failure), end; !failure && entry != end;
+       entry.increment(failure)) {
+    if (!entry->path().filename().string().starts_with(kUnfinishedPrefix)) continue;
+    const auto file = openFile(entry->path().string(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (file && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) ::unlink(entry->path().c_str());
+  }
 }
 
 std::optional<Error> makeDirectories(const std::string& path, Readers readers) {

@@ -57,6 +57,9 @@ std::optional<platform::Error> writeFileAsAWhole(const std::string& path, std::s
 std::optional<platform::Error> copyRegularFile(const std::string& from, const std::string& to);
 std::optional<platform::Error> moveRegularFile(const std::string& from, const std::string& to);
 
+// Removes what writes that were cut off have left in the directory. Writes under way in any process are left alone.
+void removeUnfinishedFiles(const std::string& directory);
+
 // The directory and those above it; error when one can't be made. `readers` is about the directory alone, and not when
 // it was there.
 std::optional<platform::Error> makeDirectories(const std::string& path, Readers readers = Readers::all);

@@ -40,10 +40,10 @@ TEST_F(MapFilesTest, InstallsFilesAndSaysSo) {
   world.systemLog->take();
   world.files->writeFile("/app/a.svg", "first");
   EXPECT_TRUE(files.copyFileFromPathToNewName("/app/a.svg", std::nullopt));
-  EXPECT_THAT(world.systemLog->take(),
-              ElementsAre("Created directory at /documents/maps", "Could not delete file -:/documents/maps/a.svg ",
-                          "Attempting copy file from /app/a.svg /documents/maps/a.svg",
-                          "file successfully copied: /app/a.svg"));
+  EXPECT_THAT(world.systemLog->take(), ElementsAre("Created directory at /documents/maps",
+                                                   "Could not delete file -:there was none at /documents/maps/a.svg ",
+                                                   "Attempting copy file from /app/a.svg /documents/maps/a.svg",
+                                                   "file successfully copied: /app/a.svg"));
   world.files->writeFile("/app/a.svg", "second");
   EXPECT_TRUE(files.copyFileFromPathToNewName("/app/a.svg", "a.svg"));
   EXPECT_THAT(world.systemLog->take(), Contains("Deleted file :/documents/maps/a.svg "));

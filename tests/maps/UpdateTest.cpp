@@ -1,11 +1,15 @@
 // Updates in the simulated world: what is fetched, in which order it lands, and what a document may not do.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 #include "wayloom/maps/TWLUpdateManager.hpp"
 #include "wayloom/positioning/TWLManager.hpp"
 #include "wayloom/sim/SimPlatform.hpp"
 
+#include "maps/MapFileNames.hpp"
 #include "tests/maps/UpdateVenue.hpp"
 #include "tests/support/TestPlatform.hpp"
 
@@ -164,11 +168,12 @@ TEST(MapUpdate, RefusesNamesThatLeadElsewhereAndGoesOn) {
                          {".hidden", "a.svg"},
                          {"map", "pages/map.html"},
                          {"maps", "evil.js"},
-                         {"absolute", "/etc/passwd"},
                          {"url", "http://evil.example/x.svg"},
                          {"climbs", "../../kit.json"},
                          {"climbs escaped", "%2e%2E/kit.json"},
-                         {"dot", "./a.svg"},
+                         {"climbs late", "plans/../../kit.json"},
+                         {"climbs behind an escape", "plans%2F..%2F../kit.json"},
+                         {"directory", "plans/.."},
                          {"zero", std::string("a\0.svg", 6)},
                          {"extension", "a.s\nvg"},
                          {"long", longName + ".svg"},
@@ -237,6 +242,98 @@ TEST(MapUpdate, OfTwoAtATimeTheLaterBegunKeepsItsDocument) {
   EXPECT_EQ(device.version("lobby"), 3'000);
   device.restart(6'000);
   EXPECT_EQ(device.version("lobby"), 3'000);
+}
+
+TEST(MapUpdate, FilePathsAreJoinedToTheDocumentsDirectory) {
+  constexpr const char* kDocument = "https://h:8/d/maps.json?v=1/2";
+  const struct {
+    const char* document;
+    const char* filePath;
+    const char* url;
+  } cases[] = {
+      {kDocument, "plans/l 1.svg", "https://h:8/d/plans/l%201.svg"},
+      {kDocument, "/plans//l.svg", "https://h:8/d/plans/l.svg"},
+      {kDocument, "//evil.example/l.svg", "https://h:8/d/evil.example/l.svg"},
+      {kDocument, "./a/../b/%2e/l.svg", "https://h:8/d/b/l.svg"},
+      {kDocument, "a/b/%2E%2e/l.svg", "https://h:8/d/a/l.svg"},
+      {"https://h:8/d/maps/", "l.svg", "https://h:8/d/l.svg"},
+      {"https://h:8/maps//", "l.svg", "https://h:8/l.svg"},
+      {"https://h:8/", "l.svg", "https://h:8/l.svg"},
+      {"https://h:8", "evil.example/l.svg", "https://h:8/evil.example/l.svg"},
+      {"https://h:8?v=1", "l.svg", "https://h:8/l.svg"},
+      {"h", "l.svg", "h/l.svg"},
+  };
+  for (const auto& each : cases) {
+    const auto result = mapFile("lobby", each.filePath, each.document);
+    ASSERT_TRUE(result.file) << each.filePath << ": " << result.refusal;
+    EXPECT_EQ(result.file->url, each.url);
+    EXPECT_EQ(result.file->localName, "lobby.svg");
+  }
+}
+
+// The server does not send again what the device once had.
+TEST(MapUpdate, ADocumentThatCouldNotBeSavedIsSavedLater) {
+  UpdateVenue venue;
+  venue.publish({{"lobby", "l.svg"}}, 2'000);
+  Device device(venue);
+  const auto saved = device.documents.path() + "/map_config_updated.json";
+  std::filesystem::create_directories(saved + "/in the way");
+  for (int round = 0; round < 2; ++round) {
+    device.update();
+    EXPECT_EQ(device.version("lobby"), 2'000);
+    EXPECT_THAT(filesIn(device.documents.path()), Contains(Key("map_update_to_complete"))) << round;
+  }
+  std::filesystem::remove_all(saved);
+  EXPECT_THAT(device.update(), Not(Contains("GET/map_config.json")));
+  EXPECT_THAT(filesIn(device.documents.path()), Not(Contains(Key("map_update_to_complete"))));
+  device.restart(6'000);
+  EXPECT_EQ(device.version("lobby"), 2'000);
+}
+
+TEST(MapUpdate, RemovesWhatStandsInTheWayAndWhatWasCutOff) {
+  UpdateVenue venue;
+  venue.publish({{"lobby", "l.svg"}, {"hall", "h.svg"}}, 2'000);
+  venue.put("bundle/lobby.svg", "built in", 1'000);
+  Device device(venue);
+  for (const char* name : {"lobby.svg", "hall.svg"}) device.documents.write("maps/" + std::string(name) + "/x", "x");
+  const std::string remains[] = {"maps/.unfinished-1-1", "map_downloads/.unfinished-7-2", ".unfinished-3-3"};
+  for (const auto& name : remains) device.documents.write(name, "cut o");
+  const int atWork = ::open((device.documents.path() + "/" + remains[0]).c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(atWork, LOCK_EX), 0);
+  device.restart(kNow);
+  device.update();
+  EXPECT_THAT(filesIn(device.maps()),
+              AllOf(Contains(Pair("lobby.svg", "l.svg 2000")), Contains(Pair("hall.svg", "h.svg 2000")),
+                    Contains(Key(".unfinished-1-1"))));
+  for (const auto& name : {remains[1], remains[2]})
+    EXPECT_FALSE(std::filesystem::exists(device.documents.path() + "/" + name)) << name;
+  ::close(atWork);
+}
+
+// Destroyed in each of the calls that it makes, with downloads under way.
+TEST(MapUpdate, TheObserverMayEndTheCatalogue) {
+  UpdateVenue venue;
+  Paths maps = {{"../refused", "x.svg"}};
+  for (int i = 0; i < 20; ++i) maps.emplace_back("m" + std::to_string(i), "m" + std::to_string(i) + ".svg");
+  venue.publish(maps, 2'000);
+  venue.remove("server/maps/m3.svg");
+  std::size_t last = 0;
+  for (bool hasEnded = false; !hasEnded; ++last) {
+    Device device(venue);
+    device.world->server().setLatency(std::chrono::milliseconds(10));
+    auto repo = std::make_unique<TWLMapConfigRepo>(device.world->platform());
+    std::size_t steps = 0;
+    repo->setUpdateObserver([&](const MapUpdateStep& step) {
+      EXPECT_NE(repo, nullptr);
+      hasEnded = step.kind == MapUpdateStep::Kind::ended;
+      if (steps++ == last) repo.reset();
+    });
+    repo->update();
+    device.world->time().advanceBy(std::chrono::seconds(1));
+    EXPECT_EQ(steps, last + 1);
+    EXPECT_EQ(repo, nullptr);
+  }
+  EXPECT_EQ(last, maps.size() + 2);
 }
 
 // A server's less usual answers, and file errors.

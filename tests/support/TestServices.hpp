@@ -68,6 +68,7 @@ class MemoryFiles : public platform::FileManager {
   std::optional<platform::Error> createDirectory(const std::string&) override { return std::nullopt; }
   std::optional<std::vector<std::string>> listDirectory(const std::string& path) const override {
     const std::lock_guard lock(mutex_);
+    if (files_.contains(path)) return std::nullopt;
     std::vector<std::string> names;
     for (const auto& [name, file] : files_)
       if (name.starts_with(path + "/")) names.push_back(name.substr(path.size() + 1));

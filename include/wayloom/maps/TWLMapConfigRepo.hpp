@@ -13,6 +13,7 @@
 #include "wayloom/maps/MapCatalogue.hpp"
 #include "wayloom/maps/MapUpdateStep.hpp"
 #include "wayloom/maps/TWLMapsFileManager.hpp"
+#include "wayloom/platform/DelegateSlot.hpp"
 #include "wayloom/platform/HttpClient.hpp"
 #include "wayloom/platform/TaskScope.hpp"
 #include "wayloom/platform/Time.hpp"
@@ -88,7 +89,8 @@ class TWLMapConfigRepo {
   // document that names them is saved and loaded. The work is done on the main thread; errors are logged, and a map
   // that fails keeps the image that it has. An update that is under way goes on beside it.
   void update();
-  // Told on the main thread, under no lock, of every update's progress. Null: nobody.
+  // Told of every update's progress, each step in a task of its own of the main queue, under no lock; it may destroy
+  // the repository. Null: nobody. The one before is not called any more when this returns.
   void setUpdateObserver(MapUpdateObserver observer);
 
   // Downloads. The handler runs on the main thread: the server's Last-Modified, the body, the error, each if there is
@@ -122,16 +124,17 @@ class TWLMapConfigRepo {
   std::optional<std::string> builtInPath() const;
   void beginUpdate(platform::CalendarTime cutOff);
   void forgetEndedUpdates();
-  void tellUpdateObserver(const MapUpdateStep& step) const;
+  void tellUpdateObserver(MapUpdateStep step);
+  std::optional<std::string> unsavedDocument() const;
   void completeStoppedUpdate();
   void log(std::string_view line) const;
 
   platform::Platform& platform_;
   TWLMapsFileManager files_;
-  mutable std::mutex mutex_;  // guards the three below
+  mutable std::mutex mutex_;  // guards the two below
   std::shared_ptr<const MapCatalogue> configRepo_ = std::make_shared<const MapCatalogue>();
   std::optional<std::string> updateUrl_;
-  MapUpdateObserver updateObserver_;
+  platform::DelegateSlot<MapUpdateObserver> updateObserver_;
   std::atomic<bool> updatesEnabled_ = false;
   std::mutex documentMutex_;  // held while the saved document and the loaded one may differ
 

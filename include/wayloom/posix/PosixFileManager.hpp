@@ -12,7 +12,8 @@ namespace wayloom::posix {
 class PosixFileManager : public platform::FileManager {
  public:
   // Makes the directory, for its owner alone, and those above it when they are missing; a failure shows as errors of
-  // the operations. A relative path counts from the working directory of this moment.
+  // the operations. Removes there, and in the directories in it, what writes of a process that was stopped have left. A
+  // relative path counts from the working directory of this moment.
   explicit PosixFileManager(const std::string& documentsDirectory);
 
   std::string documentsDirectory() const override { return documents_; }
@@ -20,7 +21,7 @@ class PosixFileManager : public platform::FileManager {
   std::optional<std::string> readFile(const std::string& path) const override;  // up to 1 GiB
   std::optional<platform::Error> writeFile(const std::string& path, std::string_view bytes) override;
   std::optional<platform::Error> writeFileAtomically(const std::string& path, std::string_view bytes) override;
-  std::optional<platform::Error> removeFile(const std::string& path) override;  // anywhere, but no directory
+  std::optional<platform::Error> removeFile(const std::string& path) override;  // anywhere; directories as writes
   std::optional<platform::Error> copyFile(const std::string& from, const std::string& to) override;
   std::optional<platform::Error> moveFile(const std::string& from, const std::string& to) override;
   std::optional<platform::Error> createDirectory(const std::string& path) override;
