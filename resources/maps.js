@@ -252,7 +252,7 @@
 
     // A browser goes through all shapes for every tile: so tiles are as large as they may be.
     fitTile(milliseconds) {
-      if (milliseconds < TURN_MS) this.tileSide = Math.min(2 * this.tileSide, 4096);
+      if (milliseconds < TURN_MS) this.tileSide = Math.min(2 * this.tileSide, 1024);
       else if (milliseconds > TILE_MS) this.tileSide = Math.max(this.tileSide / 2, 128);
     }
 

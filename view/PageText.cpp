@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace wayloom {
 namespace {
@@ -24,6 +23,13 @@ std::optional<double> floatValue(std::string_view text) {
   const auto rounded = static_cast<float>(value);
   if (failure != std::errc() || end != text.data() + text.size() || !std::isfinite(rounded)) return std::nullopt;
   return rounded;
+}
+
+// "%.1f" of the C locale, whatever the process's is.
+void appendCoordinate(std::string& text, double value, char after) {
+  std::array<char, 320> digits{};  // the largest double has 309 before the point
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, 1).ptr;
+  text.append(digits.data(), end) += after;
 }
 
 }  // namespace
@@ -57,9 +63,8 @@ std::optional<Point> tappedPoint(std::string_view message) {
 std::string highlightScript(const std::vector<Point>& points) {
   std::string script = "highlightPolygon(\"";
   for (const auto& point : points) {
-    std::array<char, 700> text{};  // two doubles of 309 digits each at the most
-    const int length = std::snprintf(text.data(), text.size(), "%.1f,%.1f ", point.x, point.y);
-    script.append(text.data(), static_cast<std::size_t>(length));
+    appendCoordinate(script, point.x, ',');
+    appendCoordinate(script, point.y, ' ');
   }
   return script + "\");";
 }

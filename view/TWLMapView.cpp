@@ -44,12 +44,14 @@ TWLMapView::TWLMapView(platform::Platform& platform)
       container_(widgetsOf(platform).makeContainerView()) {
   container_->setBackground({.white = 0.75});
   addWidgets();
+  hidePage();
   container_->setLayoutCallback([this](double width, double height) { layOut(width, height); });
   container_->setWindowCallback([this](bool inWindow) { inWindow ? startTrackingLocation() : stopTrackingLocation(); });
   startMonitoringBluetoothState();
 }
 
 TWLMapView::~TWLMapView() {
+  scope_.close();
   container_->setLayoutCallback({});
   container_->setWindowCallback({});
   webView_->setDelegate(nullptr);
@@ -117,7 +119,7 @@ void TWLMapView::loadMap(const TWLMapConfigPtr& map) {
       },
       [this](const MapPageLoad::Result& page) {
         if (page.address)
-          webView_->load({.address = *page.address});
+          webView_->load({.address = *page.address, .timeout = pageTimeout_});
         else
           webViewDidFailLoadWithError({"Wayl", kNoSuchFile, page.refusal});
       });
@@ -214,6 +216,8 @@ void TWLMapView::handleCallback(std::string_view text) {
 }
 
 void TWLMapView::locationManagerDidUpdateMapLocation(TWLManager&, const TWLMapLocationPtr& location) {
+  const platform::TaskScope::Guard guard(scope_);
+  if (!guard) return;
   {
     const std::lock_guard lock(mutex_);
     currentLocation_ = location;
@@ -332,6 +336,8 @@ void TWLMapView::alertButtonPressed(const std::string& title) {
 }
 
 void TWLMapView::startMonitoringBluetoothState() { bluetooth_ = std::make_unique<BluetoothWatch>(platform_); }
+
+platform::CBCentralManager& TWLMapView::bluetoothManager() const { return platform_.bluetooth(); }
 
 platform::CBCentralManagerState TWLMapView::bluetoothState() const { return bluetooth_->state(); }
 

@@ -24,6 +24,19 @@ bool isLocal(std::string_view url) { return url.starts_with("file:") || url.star
 
 void ignore(WebKitPolicyDecision* decision) { webkit_policy_decision_ignore(decision); }
 
+// Behind an address in whose query everything was escaped but what separates the entries: the page then knows that
+// unescaping gives the very text. WebKit would escape some characters, take "#" for an end, and leave "%" alone.
+constexpr std::string_view kEscaped = "#escaped";
+
+std::string urlOf(const std::string& address) {
+  if (address.starts_with('/')) return platform::fileUrlForPath(address);
+  const auto query = address.find('?');
+  if (query == address.npos) return address;
+  g_autofree char* escaped =
+      g_uri_escape_bytes(reinterpret_cast<const guint8*>(address.data()) + query + 1, address.size() - query - 1, "=&");
+  return address.substr(0, query + 1) + escaped + std::string(kEscaped);
+}
+
 const char* reasonText(WebKitWebProcessTerminationReason reason) {
   switch (reason) {
     case WEBKIT_WEB_PROCESS_CRASHED:
@@ -38,10 +51,13 @@ const char* reasonText(WebKitWebProcessTerminationReason reason) {
 
 }  // namespace
 
-GtkWebView::GtkWebView(std::shared_ptr<const WebSession> session, platform::Duration scriptTimeout)
+GtkWebView::GtkWebView(std::shared_ptr<const WebSession> session, platform::Duration scriptTimeout,
+                       platform::Duration drawTimeout)
     : GtkWidgetOf(session->makeView()),
       session_(std::move(session)),
-      scripts_(view(), scriptTimeout, [this] { webkit_web_view_terminate_web_process(view()); }) {
+      drawTimeout_(drawTimeout),
+      scripts_(view(), scriptTimeout, [this] { webkit_web_view_terminate_web_process(view()); }),
+      focus_(native()) {
   connect();
   // Starts the process: a first page comes a quarter of a second sooner when it is there.
   webkit_web_view_evaluate_javascript(view(), "0", -1, nullptr, nullptr, nullptr, nullptr, nullptr);
@@ -72,17 +88,21 @@ void GtkWebView::connect() {
 }
 
 void GtkWebView::load(const platform::PageRequest& request) {
-  const auto url = request.address.starts_with('/') ? platform::fileUrlForPath(request.address) : request.address;
+  const auto url = urlOf(request.address);
   stage_ = Stage::requested;
   hasPage_ = true;
   scripts_.abandon();
-  const auto timeout = std::chrono::duration_cast<std::chrono::milliseconds>(request.timeout).count();
-  loadTimeout_ = std::make_unique<Timeout>(static_cast<unsigned>(timeout), [this] {
+  limitLoad(request.timeout);
+  webkit_web_view_load_uri(view(), url.c_str());
+}
+
+void GtkWebView::limitLoad(platform::Duration time) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+  loadTimeout_ = std::make_unique<Timeout>(static_cast<unsigned>(milliseconds), [this] {
     stage_ = Stage::idle;
     endProcess();  // which may be stuck; WebKit would use it for the next page
     fail({kDomain, kTimedOut, "The page took too long to load"});
   });
-  webkit_web_view_load_uri(view(), url.c_str());
 }
 
 void GtkWebView::runScript(const std::string& script) {
@@ -127,6 +147,7 @@ void GtkWebView::pageLost(const std::string& why, int code) {
 void GtkWebView::loadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer self) noexcept {
   auto& web = of(self);
   if (event == WEBKIT_LOAD_STARTED && web.stage_ == Stage::requested) web.stage_ = Stage::started;
+  if (event == WEBKIT_LOAD_COMMITTED && web.stage_ == Stage::started) web.limitLoad(web.drawTimeout_);
   if (event != WEBKIT_LOAD_FINISHED || web.stage_ != Stage::started) return;
   web.stage_ = Stage::idle;
   web.loadTimeout_.reset();

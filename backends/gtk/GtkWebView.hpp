@@ -7,6 +7,7 @@
 #include "wayloom/platform/WebView.hpp"
 
 #include "backends/gtk/NativeWidget.hpp"
+#include "backends/gtk/PageFocus.hpp"
 #include "backends/gtk/PageScripts.hpp"
 #include "backends/gtk/WebSession.hpp"
 
@@ -14,7 +15,8 @@ namespace wayloom::gtk {
 
 class GtkWebView final : public GtkWidgetOf<platform::WebView> {
  public:
-  GtkWebView(std::shared_ptr<const WebSession> session, platform::Duration scriptTimeout);
+  GtkWebView(std::shared_ptr<const WebSession> session, platform::Duration scriptTimeout,
+             platform::Duration drawTimeout);
   ~GtkWebView() override;
 
   void setDelegate(platform::WebViewDelegate* delegate) override { delegate_ = delegate; }
@@ -35,6 +37,7 @@ class GtkWebView final : public GtkWidgetOf<platform::WebView> {
   void connect();
   bool allows(const std::string& url);
   void endProcess();
+  void limitLoad(platform::Duration time);
   void fail(const platform::Error& error);
   void pageLost(const std::string& why, int code);
 
@@ -45,11 +48,13 @@ class GtkWebView final : public GtkWidgetOf<platform::WebView> {
   static void processTerminated(WebKitWebView*, WebKitWebProcessTerminationReason reason, gpointer self) noexcept;
 
   std::shared_ptr<const WebSession> session_;
+  const platform::Duration drawTimeout_;
   platform::WebViewDelegate* delegate_ = nullptr;
   Stage stage_ = Stage::idle;
   bool hasPage_ = true;  // false from the end of a process to the next load
   std::unique_ptr<Timeout> loadTimeout_;
   PageScripts scripts_;
+  PageFocus focus_;
   Signals signals_;
 };
 

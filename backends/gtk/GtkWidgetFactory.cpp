@@ -22,7 +22,7 @@ std::unique_ptr<platform::ContainerView> GtkWidgetFactory::makeContainerView() {
 
 std::unique_ptr<platform::WebView> GtkWidgetFactory::makeWebView() {
   if (!session_) session_ = std::make_shared<const WebSession>(options_.accelerated.value_or(hasGraphicsProcessor()));
-  return std::make_unique<GtkWebView>(session_, options_.scriptTimeout);
+  return std::make_unique<GtkWebView>(session_, options_.scriptTimeout, options_.drawTimeout);
 }
 
 std::unique_ptr<platform::ActivityIndicator> GtkWidgetFactory::makeActivityIndicator() {

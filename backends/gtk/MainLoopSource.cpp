@@ -1,20 +1,26 @@
 #include "wayloom/gtk/MainLoopSource.hpp"
 
 #include <glib-unix.h>
-#include <utility>
+#include <memory>
 
 namespace wayloom::gtk {
 namespace {
 
-gboolean runDue(gint, GIOCondition, gpointer loop) noexcept {
-  static_cast<posix::MainLoop*>(loop)->runDue();
+using SharedLoop = std::shared_ptr<posix::MainLoop>;
+
+gboolean runDue(gint, GIOCondition, gpointer shared) noexcept {
+  const auto loop = *static_cast<SharedLoop*>(shared);  // what it runs may destroy the source
+  loop->runDue();
   return G_SOURCE_CONTINUE;
 }
 
+void release(gpointer shared) noexcept { delete static_cast<SharedLoop*>(shared); }
+
 }  // namespace
 
-MainLoopSource::MainLoopSource(std::shared_ptr<posix::MainLoop> loop)
-    : loop_(std::move(loop)), source_(g_unix_fd_add(loop_->wakeDescriptor(), G_IO_IN, runDue, loop_.get())) {}
+MainLoopSource::MainLoopSource(const std::shared_ptr<posix::MainLoop>& loop)
+    : source_(g_unix_fd_add_full(G_PRIORITY_DEFAULT, loop->wakeDescriptor(), G_IO_IN, runDue, new SharedLoop(loop),
+                                 release)) {}
 
 MainLoopSource::~MainLoopSource() { g_source_remove(source_); }
 

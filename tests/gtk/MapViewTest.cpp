@@ -8,7 +8,8 @@ namespace {
 
 TEST_F(GtkMapViewTest, ShowsThePlanAndMovesTheDot) {
   fix(50.0003, 8.0005);
-  EXPECT_FALSE(gtk_widget_get_visible(widgetOf(view->locateButton())) && view->mapLoaded());
+  EXPECT_FALSE(gtk_widget_get_visible(widgetOf(view->locateButton()))) << "before the first map";
+  EXPECT_EQ(gtk_widget_get_opacity(widgetOf(view->webView())), 0.0);
   view->loadMap(map("hall"));
   EXPECT_FALSE(gtk_widget_get_visible(widgetOf(view->locateButton())));
   EXPECT_TRUE(gtk_widget_get_visible(widgetOf(view->activityIndicator())));
@@ -58,11 +59,11 @@ TEST_F(GtkMapViewTest, ATapComesBackInMetres) {
   struct Place {
     const char* map;
     double latitude, longitude;
+    Point offset{};  // of the overlay, standard pixels
   };
   for (const auto& place :
-       {Place{"hall", 50.0003, 8.0005}, Place{"hall", 50.0007, 8.0019}, Place{"crop", 60.0004, 8.0009}}) {
+       {Place{"hall", 50.0003, 8.0005}, Place{"hall", 50.0007, 8.0019}, Place{"crop", 60.0004, 8.0009, {150, 60}}}) {
     ASSERT_TRUE(show(std::make_shared<TWLMapConfig>(*map(place.map))));
-    const auto offset = view->map()->scaledOverlayPixelOffset();
     fix(place.latitude, place.longitude + 0.0003);
     const auto otherPixel = dotPixel();
     const auto other = dot();
@@ -78,11 +79,35 @@ TEST_F(GtkMapViewTest, ATapComesBackInMetres) {
       witness->taps.clear();
       click(*at);
       ASSERT_TRUE(waitUntil([&] { return !witness->taps.empty(); }, 5)) << at->x << " " << at->y;
-      EXPECT_NEAR(witness->taps[0].x, (tapped.x - offset.x) / 5.0, 0.1);
-      EXPECT_NEAR(witness->taps[0].y, (tapped.y - offset.y) / 5.0, 0.1);
+      EXPECT_NEAR(witness->taps[0].x, (tapped.x - place.offset.x) / 5.0, 0.1);
+      EXPECT_NEAR(witness->taps[0].y, (tapped.y - place.offset.y) / 5.0, 0.1);
       EXPECT_EQ(witness->taps.size(), 1U);
     }
   }
+}
+
+TEST_F(GtkMapViewTest, TheKeyboardGoesThroughThePageToTheLocateButtonAndBack) {
+  ASSERT_TRUE(show("hall"));
+  auto* web = widgetOf(view->webView());
+  auto* button = widgetOf(view->locateButton());
+  const auto tabsUntil = [&](const char* key, GtkWidget* wanted) {
+    for (int tabs = 1; tabs <= 10; ++tabs) {
+      EXPECT_EQ(std::system(("xdotool key " + std::string(key)).c_str()), 0);
+      runFor(0.4);
+      if (gtk_root_get_focus(GTK_ROOT(window->native())) == wanted) return tabs;
+    }
+    return 0;
+  };
+  gtk_widget_grab_focus(web);
+  runFor(0.2);
+  EXPECT_EQ(tabsUntil("Tab", button), 5) << "the map, its three buttons, then this one";
+  EXPECT_EQ(std::system("xdotool key space"), 0);
+  ASSERT_TRUE(waitUntil([] { return dialog() != nullptr; }, 5));
+  gtk_dialog_response(dialog(), GTK_RESPONSE_CANCEL);
+  EXPECT_GT(tabsUntil("Tab", web), 0);
+  gtk_widget_grab_focus(button);
+  EXPECT_GT(tabsUntil("shift+Tab", web), 0);
+  EXPECT_GT(tabsUntil("shift+Tab", button), 0);
 }
 
 TEST_F(GtkMapViewTest, AlertsAskAndAreAnswered) {
@@ -155,31 +180,49 @@ TEST_F(GtkMapViewTest, ShowsAnImageBareAndOutlivesFailures) {
   runFor(0.3);
 }
 
-// What a map document may hold: none of it becomes a script, an address elsewhere, or more than text.
+// What a map document may hold: none of it becomes a script, an address elsewhere, or more than text. The page's title
+// is the name of the plan that it shows.
 TEST_F(GtkMapViewTest, HostileMapsStayData) {
-  for (const std::string id :
-       {R"(a&map-file=b.svg"><script>document.title='owned'</script>)", R"(');document.title='owned';(')",
-        "%22%3E%3Cscript%3E", "javascript:document.title='owned'", "..%2f..%2fsecret", "a?b#c", "\u202e\u2028x",
-        "a:b"}) {
+  const auto load = [&](const std::string& id) {
     auto hostile = std::make_shared<TWLMapConfig>(*map("hall"));
     hostile->setMapId(id);
     hostile->setName("<script>document.title='owned'</script>");
     witness->failure.clear();
     const int loads = witness->loads;
     view->loadMap(hostile);
-    ASSERT_TRUE(waitUntil([&] { return witness->loads > loads || !witness->failure.empty(); })) << id;
-    if (witness->loads == loads) continue;
-    EXPECT_EQ(page("document.title + document.scripts.length + location.pathname.endsWith('/maps/map.html')"),
-              "Map4true")
-        << id;
-    EXPECT_EQ(page("typeof setDotPosition"), "function") << id;
+    EXPECT_TRUE(waitUntil([&] { return witness->loads > loads || !witness->failure.empty(); })) << id;
+    return witness->loads > loads;
+  };
+  for (const std::string id :
+       {R"(a&map-file=b.svg"><script>document.title='owned'</script>)", "..%2f..%2fsecret", ".x"})
+    EXPECT_FALSE(load(id)) << id;
+  const std::vector<std::string> ids = {R"(');document.title='owned';(')",
+                                        "%22%3E%3Cscript%3E",
+                                        "javascript:document.title='owned'",
+                                        "a?b#c",
+                                        "\u202e\u2028x",
+                                        "a:b",
+                                        "50% off#escaped",
+                                        "a b",
+                                        "a%20b",
+                                        "a%2520b"};
+  for (const auto& id : ids) folder.write("documents/maps/" + id + ".svg", kPlan);
+  for (const auto& id : ids) {
+    ASSERT_TRUE(load(id)) << id << ": " << witness->failure;
+    EXPECT_EQ(page("document.title"), id);
+    EXPECT_EQ(page("document.scripts.length + typeof setDotPosition"), "4function") << id;
+    EXPECT_EQ(page("location.pathname.endsWith('/maps/map.html')"), "true") << id;
   }
+  ASSERT_TRUE(load(R"(a&map-file=a b.svg&x="><img src=x onerror=document.title='owned'>)"));
+  EXPECT_EQ(page("document.title"), "Map") << "the first of two entries counts, and there is no such plan";
   TWLMapPolygon polygon;
   polygon.addPoint({1e300, -1e300});
   view->highlightPolygon(polygon);
   view->handleCallback("\"');alert(1)");
   fix(50.0003, 8.0005);
   EXPECT_EQ(page("document.title"), "Map");
+  view->stringByEvaluatingJavaScriptFromString("setDotPosition(90, 60, 3, false)");
+  EXPECT_TRUE(dot()) << "and the page still works";
 }
 
 }  // namespace

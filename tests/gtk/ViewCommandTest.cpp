@@ -46,6 +46,9 @@ TEST(ViewCommand, FollowsARecordingToItsEnd) {
     EXPECT_EQ(failed.status, 1) << line;
     EXPECT_THAT(failed.output, testing::StartsWith("wayloom: ")) << line;
   }
+  const auto unknown = run(kView + "--map nosuch " + path);
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_THAT(unknown.output, HasSubstr("wayloom: there is no map nosuch"));
   for (const std::string arguments : {"", "--speed 0 x", "--live x", "--network x"})
     EXPECT_EQ(run(kView + arguments).status, 2) << arguments;
 }

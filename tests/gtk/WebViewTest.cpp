@@ -62,7 +62,7 @@ struct WebViewTest : testing::Test {
 
   sim::TestFolder folder;
   Delegate delegate;
-  GtkWidgetFactory factory{{.openSettingsPage = {}, .scriptTimeout = 1s}};
+  GtkWidgetFactory factory{{.openSettingsPage = {}, .scriptTimeout = 1s, .drawTimeout = 5s}};
   std::unique_ptr<platform::ContainerView> container;
   std::unique_ptr<platform::WebView> web;
   Window window;
@@ -79,9 +79,12 @@ TEST_F(WebViewTest, TellsHowALoadEnds) {
   const auto good = page("good.html", "<title>good</title>");
   load(folder.path() + "/missing.html");
   EXPECT_THAT(wait(), ElementsAre(StartsWith("failed: ")));
-  load(good + "?%41=\"<b>&x=a b");
+  load(good + "?%41=\"<b>&x=a b#\u20ac");
   EXPECT_THAT(wait(), ElementsAre("finished"));
-  EXPECT_EQ(result("location.search"), "?%41=%22%3Cb%3E&x=a%20b");
+  EXPECT_EQ(result("location.hash"), "#escaped");
+  EXPECT_EQ(result("decodeURIComponent(location.search)"), "?%41=\"<b>&x=a b#\u20ac");
+  load(page("busy.html", "<script>const end = Date.now() + 900; while (Date.now() < end);</script>"), 300ms);
+  EXPECT_THAT(wait(), ElementsAre("finished")) << "it has arrived in time, and takes time to be drawn";
 
   ASSERT_EQ(::mkfifo((folder.path() + "/never.js").c_str(), 0600), 0);
   const auto endless = page("endless.html", "<script src=never.js></script>");

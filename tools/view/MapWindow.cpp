@@ -1,5 +1,6 @@
 #include "tools/view/MapWindow.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <fmt/format.h>
 
@@ -7,6 +8,11 @@
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 
 namespace wayloom::tools {
+namespace {
+
+constexpr guint kLongestWait = 3000;  // milliseconds, for an update that brings the map that was asked for
+
+}  // namespace
 
 // Taps go to standard output, one JSON line each.
 struct MapWindow::Witness : TWLMapViewDelegate {
@@ -25,6 +31,9 @@ struct MapWindow::Witness : TWLMapViewDelegate {
   }
   void tell(std::string news) {
     window.news_ = std::move(news);
+    // People also change the map in an alert of the view's.
+    if (const auto shown = window.view_->map()) window.mapId_ = shown->mapId();
+    window.selectInList();
     window.refreshText();
   }
 
@@ -32,7 +41,11 @@ struct MapWindow::Witness : TWLMapViewDelegate {
 };
 
 MapWindow::MapWindow(platform::Platform& platform, TWLManager& manager, const Options& options)
-    : platform_(platform), manager_(manager), window_(gtk_window_new()), view_(std::make_unique<TWLMapView>(platform)) {
+    : platform_(platform),
+      manager_(manager),
+      wantedMap_(options.mapId),
+      window_(gtk_window_new()),
+      view_(std::make_unique<TWLMapView>(platform)) {
   view_->setDelegate(std::make_shared<Witness>(*this));
   view_->setLocationManager(&manager_);
   gtk_window_set_default_size(GTK_WINDOW(window_), options.width, options.height);
@@ -50,12 +63,21 @@ MapWindow::MapWindow(platform::Platform& platform, TWLManager& manager, const Op
   gtk_window_set_child(GTK_WINDOW(window_), box);
   g_signal_connect(window_, "close-request", G_CALLBACK(closeRequested), this);
 
-  addMaps(options.mapId);
+  gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(followButton_), options.mapId.empty() ? TRUE : FALSE);
+  g_signal_connect(list_, "notify::selected", G_CALLBACK(mapChosen), this);
+  g_signal_connect(followButton_, "toggled", G_CALLBACK(followToggled), this);
+  refreshMaps();
+  if (!wantedMap_.empty()) wait_ = g_timeout_add(kLongestWait, waited, this);
   gtk_window_present(GTK_WINDOW(window_));
   manager_.addListener(*this);
+  TWLMapConfigRepo::sharedRepo(platform_).setUpdateObserver([this](const MapUpdateStep& step) {
+    if (step.kind == MapUpdateStep::Kind::ended) refreshMaps();
+  });
 }
 
 MapWindow::~MapWindow() {
+  TWLMapConfigRepo::sharedRepo(platform_).setUpdateObserver({});
+  if (wait_ != 0) g_source_remove(wait_);
   manager_.removeListener(*this);
   view_.reset();
   if (window_ != nullptr) gtk_window_destroy(GTK_WINDOW(window_));
@@ -73,21 +95,48 @@ void MapWindow::addHeader(const std::string& title) {
   gtk_header_bar_pack_start(GTK_HEADER_BAR(header_), followButton_);
 }
 
-void MapWindow::addMaps(const std::string& mapId) {
-  auto* names = gtk_string_list_new(nullptr);
-  guint chosen = 0;
-  for (const auto& map : TWLMapConfigRepo::sharedRepo(platform_).maps()) {
-    if (map->hideMap()) continue;
-    if (map->mapId() == mapId) chosen = static_cast<guint>(maps_.size());
-    maps_.push_back(map);
-    gtk_string_list_append(names, map->name().value_or(map->mapId()).c_str());
+// After each update the maps may be others, also the one that is shown.
+void MapWindow::refreshMaps() {
+  listMaps();
+  const auto find = [this](const std::string& mapId) {
+    return std::find_if(maps_.begin(), maps_.end(), [&](const auto& map) { return map->mapId() == mapId; });
+  };
+  if (const auto wanted = find(wantedMap_); wanted != maps_.end()) {
+    wantedMap_.clear();
+    show(*wanted);
+  } else if (const auto same = find(mapId_); same != maps_.end()) {
+    show(*same);
+  } else if (mapId_.empty() && !maps_.empty()) {
+    show(maps_.front());
   }
+}
+
+void MapWindow::show(const TWLMapConfigPtr& map) {
+  mapId_ = map->mapId();
+  selectInList();
+  view_->loadMap(map);
+}
+
+void MapWindow::listMaps() {
+  auto maps = TWLMapConfigRepo::sharedRepo(platform_).maps();
+  std::erase_if(maps, [](const auto& map) { return map->hideMap(); });
+  if (maps == maps_) return;
+  maps_ = std::move(maps);
+  auto* names = gtk_string_list_new(nullptr);
+  for (const auto& map : maps_) gtk_string_list_append(names, map->name().value_or(map->mapId()).c_str());
+  isChoosing_ = true;
   gtk_drop_down_set_model(GTK_DROP_DOWN(list_), G_LIST_MODEL(names));
+  isChoosing_ = false;
   g_object_unref(names);
-  gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(followButton_), mapId.empty() ? TRUE : FALSE);
-  g_signal_connect(list_, "notify::selected", G_CALLBACK(mapChosen), this);
-  g_signal_connect(followButton_, "toggled", G_CALLBACK(followToggled), this);
-  if (!maps_.empty()) show(maps_[chosen]);
+}
+
+void MapWindow::selectInList() {
+  guint selected = GTK_INVALID_LIST_POSITION;
+  for (std::size_t i = 0; i < maps_.size(); ++i)
+    if (maps_[i]->mapId() == mapId_) selected = static_cast<guint>(i);
+  isChoosing_ = true;
+  gtk_drop_down_set_selected(GTK_DROP_DOWN(list_), selected);
+  isChoosing_ = false;
 }
 
 void MapWindow::setPauseCallback(std::function<void(bool)> pause) {
@@ -99,22 +148,12 @@ void MapWindow::setPauseCallback(std::function<void(bool)> pause) {
   g_signal_connect(button, "toggled", G_CALLBACK(pauseToggled), this);
 }
 
-void MapWindow::show(const TWLMapConfigPtr& map) {
-  for (std::size_t i = 0; i < maps_.size(); ++i) {
-    if (maps_[i]->mapId() != map->mapId()) continue;
-    isChoosing_ = true;
-    gtk_drop_down_set_selected(GTK_DROP_DOWN(list_), static_cast<guint>(i));
-    isChoosing_ = false;
-  }
-  view_->loadMap(map);
-}
-
 void MapWindow::follow() {
   const auto location = manager_.currentMapLocation();
   if (!location || gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(followButton_)) == FALSE) return;
   const auto shown = view_->map();
   const auto map = TWLMapConfigRepo::sharedRepo(platform_).forMapId(location->mapId());
-  if (map && (!shown || shown->mapId() != map->mapId())) show(map);
+  if (map && !map->hideMap() && (!shown || shown->mapId() != map->mapId())) show(map);
 }
 
 void MapWindow::locationManagerDidUpdateMapLocation(TWLManager&, const TWLMapLocationPtr& location) {
@@ -142,12 +181,19 @@ void MapWindow::refreshText() {
   gtk_label_set_text(GTK_LABEL(text_), line.c_str());
 }
 
+gboolean MapWindow::waited(gpointer data) noexcept {
+  auto& window = *static_cast<MapWindow*>(data);
+  window.wait_ = 0;
+  if (const auto missing = window.missing_; missing && !window.wantedMap_.empty()) missing();
+  return G_SOURCE_REMOVE;
+}
+
 void MapWindow::mapChosen(GObject* list, GParamSpec*, gpointer data) noexcept {
   auto& window = *static_cast<MapWindow*>(data);
   const auto chosen = gtk_drop_down_get_selected(GTK_DROP_DOWN(list));
   if (window.isChoosing_ || chosen >= window.maps_.size()) return;
   gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(window.followButton_), FALSE);
-  window.view_->loadMap(window.maps_[chosen]);
+  window.show(window.maps_[chosen]);
 }
 
 void MapWindow::followToggled(GtkToggleButton*, gpointer data) noexcept { static_cast<MapWindow*>(data)->follow(); }

@@ -18,7 +18,8 @@ class MapWindow : public TWLManagerDelegate {
  public:
   struct Options {
     std::string title;
-    std::string mapId;  // shown at first, and not followed away from; empty: the first one, and follow
+    std::string mapId;  // shown at first, or as soon as an update brings it, and not followed away from; empty: the
+                        // first one, and follow
     int width = 900;
     int height = 700;
   };
@@ -30,6 +31,8 @@ class MapWindow : public TWLManagerDelegate {
   MapWindow& operator=(const MapWindow&) = delete;
 
   void setClosedCallback(std::function<void()> closed) { closed_ = std::move(closed); }
+  // Called when the map that the options name is not there and no update has brought it in a while.
+  void setMissingCallback(std::function<void()> missing) { missing_ = std::move(missing); }
   // Adds a button that stops the time and lets it go on.
   void setPauseCallback(std::function<void(bool paused)> pause);
   // What the line below begins with.
@@ -42,12 +45,15 @@ class MapWindow : public TWLManagerDelegate {
  private:
   struct Witness;
 
-  void addMaps(const std::string& mapId);
   void addHeader(const std::string& title);
-  void follow();
+  void refreshMaps();
+  void listMaps();
   void show(const TWLMapConfigPtr& map);
+  void selectInList();
+  void follow();
   void refreshText();
 
+  static gboolean waited(gpointer window) noexcept;
   static void mapChosen(GObject* list, GParamSpec*, gpointer window) noexcept;
   static void followToggled(GtkToggleButton* button, gpointer window) noexcept;
   static void pauseToggled(GtkToggleButton* button, gpointer window) noexcept;
@@ -55,7 +61,10 @@ class MapWindow : public TWLManagerDelegate {
 
   platform::Platform& platform_;
   TWLManager& manager_;
-  std::vector<TWLMapConfigPtr> maps_;
+  std::vector<TWLMapConfigPtr> maps_;  // those in the list: all that are not hidden
+  std::string mapId_;                  // the map that is shown or on its way
+  std::string wantedMap_;              // the one to show as soon as it is there
+  guint wait_ = 0;
   GtkWidget* window_;
   GtkWidget* header_ = nullptr;
   GtkWidget* list_ = nullptr;
@@ -66,6 +75,7 @@ class MapWindow : public TWLManagerDelegate {
   std::string place_;
   std::string news_;  // a tap, or why a map can't be shown
   std::function<void()> closed_;
+  std::function<void()> missing_;
   std::function<void(bool)> pause_;
   std::unique_ptr<TWLMapView> view_;
   platform::TaskScope scope_;

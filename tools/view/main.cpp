@@ -88,6 +88,25 @@ class Session {
   std::array<guint, 2> signals_;
 };
 
+// Ends the session with a word when there is no map of the name that was asked for.
+class MissingMap {
+ public:
+  MissingMap(const Options& options, MapWindow& window, Session& session) {
+    window.setMissingCallback([this, &options, &session] {
+      happened_ = true;
+      complain(fmt::format("there is no map {} in {}, or it is hidden", options.map, options.venue));
+      session.stop();
+    });
+  }
+  MissingMap(const MissingMap&) = delete;
+  MissingMap& operator=(const MissingMap&) = delete;
+
+  bool happened() const { return happened_; }
+
+ private:
+  bool happened_ = false;
+};
+
 // Every frame, time moves on.
 class Playback {
  public:
@@ -155,10 +174,11 @@ int viewRecording(const Options& options) {
   Session session;
   MapWindow window(player.replayer().world()->platform(), *player.replayer().manager(), windowOptions(options));
   window.setClosedCallback([&] { session.stop(); });
+  const MissingMap missing(options, window, session);
   window.setPauseCallback([&](bool paused) { player.setPaused(paused); });
   const Playback playback(options, player, window, session);
   session.run();
-  return report(options, player.error());
+  return missing.happened() ? kRunFailed : report(options, player.error());
 }
 
 // Unless the network is asked for, the venue folder answers requests.
@@ -193,10 +213,11 @@ int viewLive(const Options& options) {
   Session session;
   MapWindow window(platform, manager, windowOptions(options));
   window.setClosedCallback([&] { session.stop(); });
+  const MissingMap missing(options, window, session);
   live->observeRadio([&](const std::string& condition) { window.setTimeText(condition); });
   session.run();
   live->observeRadio({});
-  return kSucceeded;
+  return missing.happened() ? kRunFailed : kSucceeded;
 }
 
 int view(const Options& options) {

@@ -25,6 +25,9 @@ struct GtkOptions {
   std::optional<bool> accelerated{};
   // Longest run of a script before its page counts as lost, and is ended.
   platform::Duration scriptTimeout = std::chrono::seconds(5);
+  // From the first bytes of a page until all of it is there and decoded; a page that takes longer is ended. Large plans
+  // on small devices take their time.
+  platform::Duration drawTimeout = std::chrono::minutes(2);
 };
 
 // GTK 4 and WebKitGTK. gtk_init() must have succeeded.

@@ -10,13 +10,12 @@ namespace wayloom::gtk {
 // main queue runs in GTK's thread. What a task throws ends the process. Main thread.
 class MainLoopSource {
  public:
-  explicit MainLoopSource(std::shared_ptr<posix::MainLoop> loop);
+  explicit MainLoopSource(const std::shared_ptr<posix::MainLoop>& loop);
   ~MainLoopSource();
   MainLoopSource(const MainLoopSource&) = delete;
   MainLoopSource& operator=(const MainLoopSource&) = delete;
 
  private:
-  std::shared_ptr<posix::MainLoop> loop_;
   unsigned source_;
 };
 

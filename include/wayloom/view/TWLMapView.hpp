@@ -7,22 +7,26 @@
 //   view.loadMap(TWLMapConfigRepo::sharedRepo(*platform).forMapId("ground-floor"));
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "wayloom/maps/TWLMapConfig.hpp"
 #include "wayloom/maps/TWLMapPolygon.hpp"
 #include "wayloom/platform/TaskScope.hpp"
+#include "wayloom/platform/Tasks.hpp"
 #include "wayloom/platform/Time.hpp"
 #include "wayloom/platform/WidgetFactory.hpp"
 #include "wayloom/positioning/TWLManagerDelegate.hpp"
 #include "wayloom/view/TWLMapViewDelegate.hpp"
 
 namespace wayloom::platform {
+class CBCentralManager;
 class Platform;
 enum class CBCentralManagerState : int;
 }  // namespace wayloom::platform
@@ -56,6 +60,8 @@ class TWLMapView final : public TWLManagerDelegate, public platform::WebViewDele
   // Shows the map once the update coordinator says that maps are installed; an earlier map that still waits for that,
   // or is being loaded, is given up. The very object that is shown already is not loaded again, even if that failed.
   void loadMap(const TWLMapConfigPtr& map);
+  // How long a page may take until it begins to arrive, 5 s unless set. Of the next map on.
+  void setPageTimeout(platform::Duration timeout) { pageTimeout_ = timeout; }
   // The map that is shown, or whose page is being loaded; null before the first.
   TWLMapConfigPtr map() const;
   bool mapLoaded() const;
@@ -81,6 +87,10 @@ class TWLMapView final : public TWLManagerDelegate, public platform::WebViewDele
   void alertUserAboutBluetooth();
   void startMonitoringBluetoothState();
   platform::CBCentralManagerState bluetoothState() const;  // the last one told
+  platform::CBCentralManager& bluetoothManager() const;    // the Platform's
+  // Kept for the host, and cancelled with the view: nothing here schedules one.
+  const std::unique_ptr<platform::Timer>& trackLocationTimer() const { return trackLocationTimer_; }
+  void setTrackLocationTimer(std::unique_ptr<platform::Timer> timer) { trackLocationTimer_ = std::move(timer); }
 
   // What a page said with a "quembly:" address, without percent escapes; anything but a tap is ignored.
   void handleCallback(std::string_view text);
@@ -118,6 +128,7 @@ class TWLMapView final : public TWLManagerDelegate, public platform::WebViewDele
   std::shared_ptr<TWLMapViewDelegate> delegate_;
   TWLManager* locationManager_ = nullptr;
   bool isTracking_ = false;
+  platform::Duration pageTimeout_ = std::chrono::seconds(5);
   std::unique_ptr<BluetoothWatch> bluetooth_;
 
   mutable std::mutex mutex_;  // guards the four below
@@ -132,6 +143,7 @@ class TWLMapView final : public TWLManagerDelegate, public platform::WebViewDele
   std::unique_ptr<platform::Button> locateButton_;
   std::unique_ptr<platform::Alert> alert_;
   std::unique_ptr<MapPageLoad> load_;
+  std::unique_ptr<platform::Timer> trackLocationTimer_;
   platform::TaskScope scope_;
 };
 
