@@ -17,6 +17,18 @@ MonotonicTime deadlineAfter(MonotonicTime now, Duration delay) {
   return delay > MonotonicTime::max() - now ? MonotonicTime::max() : now + delay;
 }
 
+Duration saturatedSum(Duration left, Duration right) {
+  Duration::rep sum = 0;
+  if (!__builtin_add_overflow(left.count(), right.count(), &sum)) return Duration(sum);
+  return left > Duration::zero() ? Duration::max() : Duration::min();
+}
+
+Duration saturatedDifference(Duration left, Duration right) {
+  Duration::rep difference = 0;
+  if (!__builtin_sub_overflow(left.count(), right.count(), &difference)) return Duration(difference);
+  return left > right ? Duration::max() : Duration::min();
+}
+
 void TimerEntry::stepPast(MonotonicTime now) {
   if (!interval) return;
   due = deadlineAfter(due, *interval);

@@ -53,4 +53,8 @@ class TimerHeap {
 // The time `delay` after `now`; the end of time when that is beyond it.
 MonotonicTime deadlineAfter(MonotonicTime now, Duration delay);
 
+// Of any two durations; the nearest end of time when the result is beyond it.
+Duration saturatedSum(Duration left, Duration right);
+Duration saturatedDifference(Duration left, Duration right);
+
 }  // namespace wayloom::platform

@@ -1,10 +1,11 @@
 #include "backends/posix/BlockedThreads.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <utility>
 
+#include "backends/posix/TaskSink.hpp"
+#include "backends/posix/TimerTable.hpp"
 #include "backends/posix/WorkerPool.hpp"
 
 namespace wayloom::posix {
@@ -81,14 +82,23 @@ class PosixConditionLock final : public platform::ConditionLock {
   std::uint64_t signals_ = 0;
 };
 
-void BlockedThreads::sleep(platform::Duration duration) {
+// By a timer, and so on the timers' clock, which counts suspended time: no condition variable waits on that.
+void BlockedThreads::sleep(TimerTable& timers, platform::Duration duration) {
+  struct Waker final : TaskSink {
+    void post(platform::Task task) override { task(); }
+  };
   const WorkerPool::BlockedSection blocked;
+  const auto waker = std::make_shared<Waker>();
+  bool isOver = false;
+  const auto timer = timers.start(waker, duration, std::nullopt, [&] {
+    const std::lock_guard lock(mutex_);
+    isOver = true;
+    changed_.notify_all();
+  });
   std::unique_lock lock(mutex_);
-  const auto now = std::chrono::steady_clock::now();
-  const bool forGood = duration > std::chrono::steady_clock::time_point::max() - now;
-  const auto end = forGood ? std::chrono::steady_clock::time_point::max() : now + duration;
-  if (closing_.wait_until(lock, end, [&] { return closed_; }))
-    throw platform::AbandonedWait("the scheduler shuts down");
+  changed_.wait(lock, [&] { return isOver || closed_; });
+  lock.unlock();  // before the timer goes
+  if (!isOver) throw platform::AbandonedWait("the scheduler shuts down");
 }
 
 std::unique_ptr<platform::ConditionLock> BlockedThreads::makeConditionLock() {
@@ -98,7 +108,7 @@ std::unique_ptr<platform::ConditionLock> BlockedThreads::makeConditionLock() {
 void BlockedThreads::close() {
   const std::lock_guard lock(mutex_);
   closed_ = true;
-  closing_.notify_all();
+  changed_.notify_all();
   for (auto* conditionLock : locks_) conditionLock->abandon();
 }
 

@@ -11,11 +11,13 @@
 namespace wayloom::posix {
 
 class PosixConditionLock;
+class TimerTable;
 
 // Those who sleep or wait in the scheduler's name, so that its shut-down can end that.
 class BlockedThreads : public std::enable_shared_from_this<BlockedThreads> {
  public:
-  void sleep(platform::Duration duration);
+  // The timers are those of another thread.
+  void sleep(TimerTable& timers, platform::Duration duration);
   std::unique_ptr<platform::ConditionLock> makeConditionLock();
 
   // Ends every sleep and wait, now and from now on, with AbandonedWait.
@@ -25,7 +27,7 @@ class BlockedThreads : public std::enable_shared_from_this<BlockedThreads> {
   friend class PosixConditionLock;
 
   std::mutex mutex_;
-  std::condition_variable closing_;
+  std::condition_variable changed_;  // closed_, or a sleep that is over
   std::vector<PosixConditionLock*> locks_;
   bool closed_ = false;
 };

@@ -63,7 +63,9 @@ std::unique_ptr<platform::Timer> MainLoop::startTimer(platform::TaskQueue& queue
 
 void MainLoop::atEndOfPass(platform::Task task) { parts_->main->atEndOfPass(std::move(task)); }
 
-void MainLoop::sleep(platform::Duration duration) { parts_->blockedThreads->sleep(duration); }
+void MainLoop::sleep(platform::Duration duration) {
+  std::shared_ptr(parts_->blockedThreads)->sleep(parts_->timerThread.timers(), duration);
+}
 
 std::unique_ptr<platform::ConditionLock> MainLoop::makeConditionLock() {
   return parts_->blockedThreads->makeConditionLock();

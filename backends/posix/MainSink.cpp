@@ -96,22 +96,22 @@ bool MainSink::takeStop() {
 
 void MainSink::runPass() {
   timers_->postDue();
+  // What they add waits for the next pass, or some of them could keep the rest waiting for good.
+  runThose(ready_);
+  runThose(endOfPass_);
+}
+
+void MainSink::runThose(Tasks& tasks) {
   std::unique_lock lock(mutex_);
-  const std::size_t ready = ready_.size();
+  const std::size_t count = tasks.size();
   lock.unlock();
-  for (std::size_t i = 0; i < ready; ++i)
-    if (const auto task = takeReady()) task();
-  while (const auto task = takeEndOfPass()) task();
+  for (std::size_t i = 0; i < count; ++i)
+    if (const auto task = take(tasks)) task();
 }
 
-platform::Task MainSink::takeReady() {
+platform::Task MainSink::take(Tasks& tasks) {
   const std::lock_guard lock(mutex_);
-  return ready_.empty() ? nullptr : ready_.pop();
-}
-
-platform::Task MainSink::takeEndOfPass() {
-  const std::lock_guard lock(mutex_);
-  return endOfPass_.empty() ? nullptr : endOfPass_.pop();
+  return tasks.empty() ? nullptr : tasks.pop();
 }
 
 void MainSink::signalIfAsleep() {

@@ -28,12 +28,13 @@ class MainSink final : public TaskSink {
 
  private:
   class Awake;
+  using Tasks = platform::Fifo<platform::Task>;
 
   void runPass();
   bool moreToRun() const;
   bool takeStop();
-  platform::Task takeReady();
-  platform::Task takeEndOfPass();
+  void runThose(Tasks& tasks);
+  platform::Task take(Tasks& tasks);
   // Caller holds the lock.
   void signalIfAsleep();
   bool nothingReady() const { return ready_.empty() && endOfPass_.empty(); }
@@ -43,8 +44,8 @@ class MainSink final : public TaskSink {
   EitherDescriptor either_{event_, timers_->descriptor()};
 
   mutable std::mutex mutex_;
-  platform::Fifo<platform::Task> ready_;
-  platform::Fifo<platform::Task> endOfPass_;
+  Tasks ready_;
+  Tasks endOfPass_;
   bool awake_ = false;      // the main thread will look at what is posted before it goes to sleep
   bool signalled_ = false;  // event_ is
   bool stopping_ = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -20,6 +21,11 @@ class SinkQueue : public platform::TaskQueue {
  public:
   explicit SinkQueue(std::shared_ptr<TaskSink> sink) : sink_(std::move(sink)) {}
   void async(platform::Task task) override { sink_->post(std::move(task)); }
+  std::function<void(platform::Task)> poster() override {
+    return [weak = std::weak_ptr(sink_)](platform::Task task) {
+      if (const auto sink = weak.lock()) sink->post(std::move(task));
+    };
+  }
   const std::shared_ptr<TaskSink>& sink() const { return sink_; }
 
  private:

@@ -23,11 +23,21 @@ struct TimerRecord : platform::TimerEntry, std::enable_shared_from_this<TimerRec
   void run() {
     const platform::TaskScope::Guard guard(scope.weak());
     if (!guard) return;
-    running = true;
+    const Run under(*this);
     task();
-    running = false;
-    if (interval) table->resume(*this);
   }
+
+  // A repeating timer goes on whether its task returns or throws.
+  struct Run {
+    explicit Run(TimerRecord& timer) : record(timer) { record.running = true; }
+    ~Run() {
+      record.running = false;
+      if (record.interval) record.table->resume(record);
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+    TimerRecord& record;
+  };
 };
 
 class PosixTimer final : public platform::Timer {

@@ -71,7 +71,12 @@ std::unique_ptr<platform::Timer> VirtualScheduler::startTimer(platform::TaskQueu
 void VirtualScheduler::atEndOfPass(Task task) {
   if (shutDown_) return;
   endOfPass_.push(std::move(task));
-  if (!passUnderWay_ && mainReady_ == 0) post({&main_, nullptr, nullptr});
+  provideNextPass();
+}
+
+// Sees to it that a pass begins when nothing else would make it begin.
+void VirtualScheduler::provideNextPass() {
+  if (!passUnderWay_ && mainReady_ == 0 && !endOfPass_.empty()) post({&main_, nullptr, nullptr});
 }
 
 void VirtualScheduler::sleep(Duration duration) {
@@ -118,6 +123,7 @@ void VirtualScheduler::shutDown() {
   while (timers_.first() != nullptr) timers_.remove(*timers_.first());
   const auto ready = std::exchange(ready_, {});
   const auto endOfPass = std::exchange(endOfPass_, {});
+  endsInPass_.reset();
   mainReady_ = 0;
 }
 
@@ -144,11 +150,15 @@ bool VirtualScheduler::runNext() {
 }
 
 bool VirtualScheduler::runEndOfPass() {
-  if (endOfPass_.empty()) {
+  if (!endsInPass_) endsInPass_ = endOfPass_.size();
+  if (*endsInPass_ == 0) {
     passUnderWay_ = false;
+    endsInPass_.reset();
+    provideNextPass();
     return false;
   }
   if (busy(&main_)) return false;
+  --*endsInPass_;
   const Task task = endOfPass_.pop();
   const Frame frame(*this, &main_, nullptr);
   task();
@@ -175,11 +185,19 @@ void VirtualScheduler::run(Ready ready) {
 // The task is taken out of the timer while it runs, since it may destroy the timer.
 void VirtualScheduler::runTimer(Frame& frame) {
   Task task = std::move(frame.timer->task);
-  task();
-  if (frame.timer == nullptr || frame.queue == nullptr || shutDown_ || !frame.timer->interval) return;
-  frame.timer->task = std::move(task);
-  frame.timer->stepPast(clock_->now);
-  timers_.resume(*frame.timer);
+  const auto goOn = [&] {
+    if (frame.timer == nullptr || frame.queue == nullptr || shutDown_ || !frame.timer->interval) return;
+    frame.timer->task = std::move(task);
+    frame.timer->stepPast(clock_->now);
+    timers_.resume(*frame.timer);
+  };
+  try {
+    task();
+  } catch (...) {
+    goOn();
+    throw;
+  }
+  goOn();
 }
 
 std::optional<std::size_t> VirtualScheduler::firstRunnable() {

@@ -18,7 +18,9 @@ struct VirtualClock {
   platform::MonotonicTime now;
   platform::CalendarTime calendarAtZero;
 
-  platform::CalendarTime calendarNow() const { return calendarAtZero + now.time_since_epoch(); }
+  platform::CalendarTime calendarNow() const {
+    return platform::CalendarTime(platform::saturatedSum(calendarAtZero.time_since_epoch(), now.time_since_epoch()));
+  }
 };
 
 // The task scheduler of a virtual world; see VirtualTime.hpp for the rules.
@@ -50,9 +52,15 @@ class VirtualScheduler final : public platform::TaskScheduler, public std::enabl
   struct Queue : platform::TaskQueue {
     Queue(VirtualScheduler& owner, bool runsOneAtATime) : scheduler(owner), exclusive(runsOneAtATime) {}
     void async(platform::Task task) override { scheduler.post({this, std::move(task), nullptr}); }
+    std::function<void(platform::Task)> poster() override {
+      return [this, weak = std::weak_ptr(life)](platform::Task task) {
+        if (!weak.expired()) async(std::move(task));
+      };
+    }
     VirtualScheduler& scheduler;
     const bool exclusive;
     bool underWay = false;  // an exclusive queue's task is
+    const std::shared_ptr<int> life = std::make_shared<int>();
   };
   struct SerialQueue;
   struct TimerHandle;
@@ -67,6 +75,7 @@ class VirtualScheduler final : public platform::TaskScheduler, public std::enabl
   struct Frame;
 
   void post(Ready ready);
+  void provideNextPass();
   void postDueTimers();
   bool runNext();
   bool runEndOfPass();
@@ -89,6 +98,7 @@ class VirtualScheduler final : public platform::TaskScheduler, public std::enabl
   std::size_t mainReady_ = 0;   // entries of the main queue in ready_
   std::size_t mainInPass_ = 0;  // how many of them belong to the pass under way and have not ended
   bool passUnderWay_ = false;
+  std::optional<std::size_t> endsInPass_;  // how many end-of-pass tasks it still has, once it has come to them
   bool shutDown_ = false;
 };
 

@@ -40,7 +40,8 @@ platform::MonotonicTime VirtualTime::now() const { return scheduler_->clock()->n
 platform::CalendarTime VirtualTime::calendarNow() const { return scheduler_->clock()->calendarNow(); }
 
 platform::MonotonicTime VirtualTime::monotonicAt(platform::CalendarTime time) const {
-  return platform::MonotonicTime(time - scheduler_->clock()->calendarAtZero);
+  const auto zero = scheduler_->clock()->calendarAtZero.time_since_epoch();
+  return platform::MonotonicTime(platform::saturatedDifference(time.time_since_epoch(), zero));
 }
 
 std::optional<platform::MonotonicTime> VirtualTime::nextDeadline() const { return scheduler_->nextDeadline(); }
@@ -50,8 +51,13 @@ void VirtualTime::runReady() { std::shared_ptr(scheduler_)->runReady(); }
 
 void VirtualTime::advanceTo(platform::MonotonicTime time) { std::shared_ptr(scheduler_)->advanceTo(time); }
 
-void VirtualTime::advanceBy(platform::Duration duration) { std::shared_ptr(scheduler_)->advanceTo(now() + duration); }
+void VirtualTime::advanceBy(platform::Duration duration) {
+  std::shared_ptr(scheduler_)->advanceTo(platform::deadlineAfter(now(), duration));
+}
 
-void VirtualTime::stepCalendar(platform::Duration step) { scheduler_->clock()->calendarAtZero += step; }
+void VirtualTime::stepCalendar(platform::Duration step) {
+  auto& zero = scheduler_->clock()->calendarAtZero;
+  zero = platform::CalendarTime(platform::saturatedSum(zero.time_since_epoch(), step));
+}
 
 }  // namespace wayloom::sim

@@ -70,6 +70,9 @@ class HandDrivenTasks : public TaskScheduler, public MonotonicClock, private Tas
   };
 
   void async(Task task) override { tasks_.push_back(std::move(task)); }
+  std::function<void(Task)> poster() override {
+    return [this](Task task) { async(std::move(task)); };
+  }
 
   std::shared_ptr<TimerState> nextTimer(MonotonicTime end) const {
     std::shared_ptr<TimerState> next;

@@ -130,6 +130,16 @@ TEST_P(TaskCoreContract, RepeatingTimersSkipTheTicksThatTheyMiss) {
   world->runUntil([&] { return calls >= 5; });
 }
 
+TEST_P(TaskCoreContract, RepeatingTimersGoOnAfterAnException) {
+  int calls = 0;
+  const auto timer = tasks().startTimer(tasks().mainQueue(), 1ms, 1ms, [&] {
+    if (++calls == 2) throw std::runtime_error("once");
+  });
+  EXPECT_THROW(world->runUntil([&] { return calls > 2; }), std::runtime_error);
+  EXPECT_EQ(calls, 2);
+  world->runUntil([&] { return calls >= 5; });
+}
+
 TEST_P(TaskCoreContract, EndOfPassComesBeforeWhatIsPostedDuringThePass) {
   Journal journal;
   auto& queue = tasks().mainQueue();
@@ -143,7 +153,18 @@ TEST_P(TaskCoreContract, EndOfPassComesBeforeWhatIsPostedDuringThePass) {
   });
   queue.async(journal.noting("second"));
   world->runUntil([&] { return journal.size() == 5; });
-  EXPECT_THAT(journal.words(), ElementsAre("first", "second", "end", "end, added at the end", "next pass"));
+  EXPECT_THAT(journal.words(), ElementsAre("first", "second", "end", "next pass", "end, added at the end"));
+
+  // One that adds itself again and again keeps nobody waiting.
+  bool isServed = false;
+  const std::function<void()> again = [&] {
+    if (!isServed) tasks().atEndOfPass(again);
+  };
+  tasks().atEndOfPass([&] {
+    queue.async([&] { isServed = true; });
+    again();
+  });
+  world->runUntil([&] { return isServed; });
 
   tasks().backgroundQueue().async([&] { tasks().atEndOfPass(journal.noting("with no pass under way")); });
   world->runUntil([&] { return journal.size() == 6; });

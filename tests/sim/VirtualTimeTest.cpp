@@ -141,6 +141,17 @@ std::vector<int> randomTrace(unsigned seed) {
   return trace;
 }
 
+TEST(VirtualTime, EndsAtTheEndOfTime) {
+  VirtualTime time(platform::calendarTimeFromSeconds(1.7e9));
+  time.scheduler()->sleep(Duration::max());
+  EXPECT_EQ(time.now(), platform::MonotonicTime::max());
+  EXPECT_EQ(time.calendarNow(), platform::CalendarTime::max());
+  time.advanceBy(1h);
+  time.stepCalendar(Duration::max());
+  EXPECT_EQ(time.calendarNow(), platform::CalendarTime::max());
+  EXPECT_EQ(time.monotonicAt(platform::CalendarTime::min()), platform::MonotonicTime::min());
+}
+
 TEST(VirtualTime, ASeedGivesTheSameTraceEachTime) {
   for (unsigned seed = 1; seed <= 10; ++seed) {
     const auto trace = randomTrace(seed);

@@ -3,7 +3,12 @@
 //  - a queue runs its tasks in the order in which they were posted;
 //  - timers fire in the order of (deadline, order of creation); a repeating timer steps from its previous due time
 //    and skips the ticks that it missed;
-//  - destroying a Timer cancels it, and no callback follows.
+//  - destroying a Timer cancels it, and no callback follows;
+//  - what a task throws leaves the main loop's run(), and ends the process when it comes from another thread. Nothing
+//    else changes by it: a repeating timer goes on with its next tick;
+//  - nobody keeps the main queue waiting for good: what end-of-pass tasks add comes at the end of the next pass;
+//  - timers and sleeps count the time that the machine is suspended, and fall due when it wakes. A delay that leads
+//    beyond the end of time (Duration::max() does always) is for good; in virtual time, to the end of time.
 //
 // Example:
 //   auto timer = tasks.startTimer(tasks.mainQueue(), 30s, 30s, [this] { timedSync(); });
@@ -25,9 +30,11 @@ class TaskQueue {
  public:
   virtual ~TaskQueue() = default;
 
-  // Runs the task later on this queue. Any thread. After the scheduler's shut-down the task is destroyed unrun. What a
-  // task throws leaves the main loop's run(), and ends the process when it comes from another thread.
+  // Runs the task later on this queue. Any thread. After the scheduler's shut-down the task is destroyed unrun.
   virtual void async(Task task) = 0;
+
+  // The same for somebody who may outlive the queue: once the queue is gone, what he posts is destroyed unrun.
+  virtual std::function<void(Task)> poster() = 0;
 };
 
 // A running timer. Destruction cancels; when it happens on another thread than the timer's queue, it waits for a
@@ -74,8 +81,8 @@ class TaskScheduler {
                                                           std::optional<Duration> interval, Task task) = 0;
 
   // Runs the task on the main thread at the end of the main loop's current pass: after the main-queue tasks that were
-  // ready when the pass began, before those posted meanwhile. With no pass under way, at the end of the next. Any
-  // thread; in order.
+  // ready when the pass began, before those posted meanwhile. With no pass under way, and from an end-of-pass task, at
+  // the end of the next. Any thread; in order.
   virtual void atEndOfPass(Task task) = 0;
 
   // Blocks the calling thread. In virtual time everything that falls due meanwhile runs inside the call. Throws
