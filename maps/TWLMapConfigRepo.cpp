@@ -6,8 +6,8 @@
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/Platform.hpp"
 
-#include "maps/HttpDate.hpp"
 #include "maps/MapUpdate.hpp"
+#include "platform/HttpDate.hpp"
 
 namespace wayloom {
 namespace {
@@ -62,7 +62,7 @@ bool TWLMapConfigRepo::loadFromBuiltInJSONFile() {
 }
 
 bool TWLMapConfigRepo::loadFromJSON(std::string_view data) {
-  const auto document = platform::parseJson(data);
+  const auto document = platform::parseJson(data, platform_.documentLimits());
   if (!document.value || !document.value->is_object()) {
     log("Map config document can't be used: " + (document.value ? "it is no object" : document.error));
     return false;
@@ -142,7 +142,7 @@ void TWLMapConfigRepo::setLastUpdateTime() {
 }
 
 std::optional<platform::CalendarTime> TWLMapConfigRepo::dateFrom(const std::optional<std::string>& text) {
-  return text ? parseHttpDate(*text) : std::nullopt;
+  return text ? platform::parseHttpDate(*text) : std::nullopt;
 }
 
 std::optional<std::string> TWLMapConfigRepo::builtInPath() const {

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "backends/posix/PosixFiles.hpp"
+#include "platform/HttpDate.hpp"
 
 namespace wayloom::posix {
 namespace {
@@ -108,11 +109,7 @@ std::optional<std::vector<std::string>> PosixFileManager::listDirectory(const st
 std::optional<CalendarTime> PosixFileManager::modificationDate(const std::string& path) const {
   struct stat status {};
   if (!statusOf(path, status)) return std::nullopt;
-  // Far dates of a damaged file system would overflow nanoseconds; through seconds they saturate.
-  constexpr std::int64_t kLastSecond = 9'223'372'035;
-  if (status.st_mtim.tv_sec > kLastSecond || status.st_mtim.tv_sec < -kLastSecond)
-    return platform::calendarTimeFromSeconds(static_cast<double>(status.st_mtim.tv_sec));
-  return CalendarTime(std::chrono::seconds(status.st_mtim.tv_sec) + std::chrono::nanoseconds(status.st_mtim.tv_nsec));
+  return platform::calendarTimeFrom(status.st_mtim.tv_sec, status.st_mtim.tv_nsec);
 }
 
 std::optional<Error> PosixFileManager::setModificationDate(const std::string& path, CalendarTime date) {

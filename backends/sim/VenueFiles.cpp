@@ -1,10 +1,6 @@
 #include "backends/sim/VenueFiles.hpp"
 
 #include <algorithm>
-#include <ctime>
-#include <fmt/chrono.h>
-#include <fmt/format.h>
-#include <locale>
 #include <utility>
 
 #include "wayloom/platform/JsonValue.hpp"
@@ -36,13 +32,6 @@ std::string VenueFiles::mapFileFor(std::string_view url) const {
 
 std::string VenueFiles::fileFor(std::string_view url) const {
   return std::find(kitUrls_.begin(), kitUrls_.end(), url) != kitUrls_.end() ? kitFile() : mapFileFor(url);
-}
-
-std::string httpDate(platform::CalendarTime time) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(time.time_since_epoch()).count();
-  // In English, whatever the process's locale is.
-  return fmt::format(std::locale::classic(), "{:%a, %d %b %Y %H:%M:%S} GMT",
-                     fmt::gmtime(static_cast<std::time_t>(seconds)));
 }
 
 }  // namespace wayloom::sim

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "wayloom/platform/PropertyListReader.hpp"
-#include "wayloom/platform/Time.hpp"
 
 namespace wayloom::sim {
 
@@ -30,8 +29,5 @@ class VenueFiles {
   std::string venueFolder_;
   std::vector<std::string> kitUrls_;
 };
-
-// As RFC 9110, 5.6.7 wants it: "Sun, 06 Nov 1994 08:49:37 GMT". Fractions of a second are dropped.
-std::string httpDate(platform::CalendarTime time);
 
 }  // namespace wayloom::sim

@@ -2,6 +2,7 @@
 
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
 
+#include "platform/HttpDate.hpp"
 #include "tests/support/TestPlatform.hpp"
 
 namespace wayloom {
@@ -103,6 +104,25 @@ TEST_F(MapConfigRepoTest, KnowsItsServerAndWhenItWasUpdated) {
   EXPECT_EQ(world.defaults->onDisk("qmby_map_config_update_time"), "1000000000");
   EXPECT_THAT(world.systemLog->take(), ElementsAre("last update time will now be 1000000000", "loading from defaults",
                                                    "last update time is 1000000000"));
+}
+
+TEST(HttpDateTest, WritesEveryDateThatThereIs) {
+  using platform::CalendarTime;
+  const std::tuple<std::int64_t, const char*, const char*> cases[] = {
+      {784111777, "Sun, 06 Nov 1994 08:49:37 GMT", "1994-11-06T08:49:37Z"},
+      {-1, "Wed, 31 Dec 1969 23:59:59 GMT", "1969-12-31T23:59:59Z"},
+      {-2'208'988'801, "Sun, 31 Dec 1899 23:59:59 GMT", "1899-12-31T23:59:59Z"},
+      {13'569'465'600, "Fri, 11 Apr 2262 23:47:16 GMT", "2262-04-11T23:47:16Z"},  // of the year 2400
+      {INT64_MAX, "Fri, 11 Apr 2262 23:47:16 GMT", "2262-04-11T23:47:16Z"},
+      {INT64_MIN, "Tue, 21 Sep 1677 00:12:43 GMT", "1677-09-21T00:12:43Z"}};
+  for (const auto& [seconds, http, iso] : cases) {
+    const auto time = platform::calendarTimeFrom(seconds, 999'999'999);
+    EXPECT_EQ(platform::httpDate(time), http);
+    EXPECT_EQ(platform::isoDate(time), iso);
+    const auto back = platform::parseHttpDate(http);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(platform::httpDate(*back), http);
+  }
 }
 
 TEST(HttpDateTest, ReadsTheOnePattern) {

@@ -53,6 +53,21 @@ TEST(NotificationCenter, ObserversMayComeAndGoDuringAPost) {
   center.reset();  // the observations outlive it
 }
 
+// Quadratic, it would take minutes.
+TEST(NotificationCenter, ManyObserveOneName) {
+  NotificationCenter center;
+  std::vector<std::unique_ptr<NotificationCenter::Observation>> observations(50'000);
+  int calls = 0;
+  for (auto& observation : observations) observation = center.addObserver("A", nullptr, [&](const auto&) { ++calls; });
+  center.post({"A", nullptr, {}});
+  EXPECT_EQ(calls, 50'000);
+  for (std::size_t i = 1; i < observations.size(); i += 2) observations[i].reset();
+  center.post({"A", nullptr, {}});
+  EXPECT_EQ(calls, 75'000);
+  observations.clear();
+  EXPECT_FALSE(center.hasObservers("A"));
+}
+
 TEST(NotificationCenter, EndingAnObservationWaitsForItsCallback) {
   NotificationCenter center;
   std::atomic<bool> stop = false;

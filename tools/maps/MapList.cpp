@@ -1,9 +1,7 @@
 #include "tools/maps/MapList.hpp"
 
 #include <algorithm>
-#include <ctime>
 #include <filesystem>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <memory>
 #include <system_error>
@@ -16,6 +14,7 @@
 
 #include "backends/posix/PosixFiles.hpp"
 #include "maps/MapFileNames.hpp"
+#include "platform/HttpDate.hpp"
 #include "tools/check/MapConfigCheck.hpp"
 
 namespace wayloom::tools {
@@ -27,11 +26,6 @@ std::optional<platform::CalendarTime> dateOf(const std::string& path) {
   std::error_code failure;
   return std::filesystem::is_regular_file(path, failure) ? posix::PosixFileManager("/").modificationDate(path)
                                                          : std::nullopt;
-}
-
-std::string utc(platform::CalendarTime date) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(date.time_since_epoch()).count();
-  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(seconds)));
 }
 
 // As the catalogue reads it: without a map it counts for nothing.
@@ -62,7 +56,7 @@ ListedMap listed(const TWLMapConfig& map, const std::string& directory) {
 std::string imageText(const ListedMap& map) {
   if (map.imageFile.empty()) return "refused";
   const auto name = shownInLog(lastPathComponent(map.imageFile));
-  return map.imageDate ? fmt::format("{}, {}", name, utc(*map.imageDate)) : name + ", missing";
+  return map.imageDate ? fmt::format("{}, {}", name, platform::isoDate(*map.imageDate)) : name + ", missing";
 }
 
 }  // namespace
@@ -106,7 +100,7 @@ Json jsonOf(const MapList& list) {
     line["width_meters"] = hasScale ? Json(map.widthMeters) : Json();
     line["height_meters"] = hasScale ? Json(map.heightMeters) : Json();
     line["image"] = map.imageFile.empty() ? Json() : Json(map.imageFile);
-    line["image_date"] = map.imageDate ? Json(utc(*map.imageDate)) : Json();
+    line["image_date"] = map.imageDate ? Json(platform::isoDate(*map.imageDate)) : Json();
     maps.push_back(std::move(line));
   }
   return {{"source", list.isUpdated ? "updated" : "built-in"},

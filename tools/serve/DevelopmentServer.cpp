@@ -16,6 +16,7 @@
 #include "wayloom/posix/PosixFileManager.hpp"
 
 #include "backends/posix/PosixFiles.hpp"
+#include "platform/HttpDate.hpp"
 #include "tools/replay/RequestJournal.hpp"
 #include "tools/serve/ConnectionThreads.hpp"
 #include "tools/serve/FaultRules.hpp"
@@ -240,7 +241,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
   }
 
   void serve(Answer answerer, const Request& request, Response& response) {
-    response.set_header("Date", sim::httpDate(now()));
+    response.set_header("Date", platform::httpDate(now()));
     response.set_header("Cache-Control", "no-cache");
     (this->*answerer)(request, response);
     spoil(response, current->fault);
@@ -249,7 +250,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
   // For what no handler has taken.
   void refuse(const Request& request, Response& response) {
     if (!response.body.empty() || response.has_header("Date")) return;
-    response.set_header("Date", sim::httpDate(now()));
+    response.set_header("Date", platform::httpDate(now()));
     if (response.status == 404) answer(response, 404, "nothing here for a " + request.method);
     spoil(response, current->fault);
   }
@@ -271,7 +272,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
     if (!content || !date) return answer(response, 404, "no such file in the venue");
     // No server may claim that a file will have changed in the future.
     const auto modified = std::min(*date, now());
-    response.set_header("Last-Modified", sim::httpDate(modified));
+    response.set_header("Last-Modified", platform::httpDate(modified));
     if (isKnown(request, std::chrono::floor<std::chrono::seconds>(modified))) return answer(response, 304);
     response.status = 200;
     response.set_content(*content, contentTypeOf(path));

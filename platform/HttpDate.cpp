@@ -1,10 +1,11 @@
-#include "maps/HttpDate.hpp"
+#include "platform/HttpDate.hpp"
 
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 
-namespace wayloom {
+namespace wayloom::platform {
 namespace {
 
 using std::chrono::seconds;
@@ -71,17 +72,37 @@ seconds zoneOffset(Reader& reader) {
   return west ? -offset : offset;
 }
 
-platform::CalendarTime saturated(std::chrono::sys_seconds time) {
-  using std::chrono::duration_cast;
-  const seconds since1970 = time.time_since_epoch();
-  if (since1970 > duration_cast<seconds>(platform::Duration::max())) return platform::CalendarTime::max();
-  if (since1970 < duration_cast<seconds>(platform::Duration::min())) return platform::CalendarTime::min();
-  return platform::CalendarTime(since1970);
+// A point of time as people write it, in UTC.
+struct Written {
+  explicit Written(CalendarTime time)
+      : day(std::chrono::floor<std::chrono::days>(std::chrono::sys_time<Duration>(time.time_since_epoch()))),
+        date(day),
+        clock(std::chrono::floor<seconds>(std::chrono::sys_time<Duration>(time.time_since_epoch()) - day)) {}
+  std::chrono::sys_days day;
+  std::chrono::year_month_day date;
+  std::chrono::hh_mm_ss<seconds> clock;
+
+  int year() const { return static_cast<int>(date.year()); }
+  unsigned month() const { return static_cast<unsigned>(date.month()); }
+  unsigned dayOfMonth() const { return static_cast<unsigned>(date.day()); }
+  std::array<char, 10> time() const {
+    std::array<char, 10> text{};
+    std::snprintf(text.data(), text.size(), "%02d:%02d:%02d", static_cast<int>(clock.hours().count()),
+                  static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()));
+    return text;
+  }
+};
+
+// From the lower-case one.
+std::string capitalised(std::string_view name) {
+  std::string text(name);
+  text.front() = static_cast<char>(text.front() - 'a' + 'A');
+  return text;
 }
 
 }  // namespace
 
-std::optional<platform::CalendarTime> parseHttpDate(std::string_view text) {
+std::optional<CalendarTime> parseHttpDate(std::string_view text) {
   Reader reader{text};
   reader.nameOf(kDays);
   reader.expect(',');
@@ -102,8 +123,33 @@ std::optional<platform::CalendarTime> parseHttpDate(std::string_view text) {
   const std::chrono::year_month_day date(std::chrono::year(year), std::chrono::month(month),
                                          std::chrono::day(static_cast<unsigned>(day)));
   if (!reader.matches || !reader.rest.empty() || !date.ok()) return std::nullopt;
-  return saturated(std::chrono::sys_days(date) + std::chrono::hours(hour) + std::chrono::minutes(minute) +
-                   seconds(second) - offset);
+  const auto time =
+      std::chrono::sys_days(date) + std::chrono::hours(hour) + std::chrono::minutes(minute) + seconds(second) - offset;
+  return calendarTimeFrom(time.time_since_epoch().count(), 0);
 }
 
-}  // namespace wayloom
+std::string httpDate(CalendarTime time) {
+  const Written written(time);
+  std::array<char, 40> text{};
+  std::snprintf(text.data(), text.size(), "%s, %02u %s %04d %s GMT",
+                capitalised(kDays[std::chrono::weekday(written.day).c_encoding()]).c_str(), written.dayOfMonth(),
+                capitalised(kMonths[written.month() - 1]).c_str(), written.year(), written.time().data());
+  return text.data();
+}
+
+std::string isoDate(CalendarTime time) {
+  const Written written(time);
+  std::array<char, 40> text{};
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%sZ", written.year(), written.month(), written.dayOfMonth(),
+                written.time().data());
+  return text.data();
+}
+
+CalendarTime calendarTimeFrom(std::int64_t wholeSeconds, std::int64_t nanoseconds) {
+  constexpr auto kLast = std::chrono::duration_cast<seconds>(Duration::max()).count() - 1;
+  if (wholeSeconds > kLast) return CalendarTime::max();
+  if (wholeSeconds < -kLast) return CalendarTime::min();
+  return CalendarTime(seconds(wholeSeconds) + Duration(nanoseconds));
+}
+
+}  // namespace wayloom::platform
