@@ -39,9 +39,11 @@ void bareEasyHandle(benchmark::State& state) {
 
 void oneAtATime(benchmark::State& state) {
   RawServer server(answerAll);
+  wayloom::posix::MainLoop loop;
   CurlHttpClient client;
   for (auto _ : state)
-    if (client.sendSynchronously({.url = server.url()}).status != 200) state.SkipWithError("failed");
+    if (wayloom::platform::sendSynchronously(client, loop, {.url = server.url()}).status != 200)
+      state.SkipWithError("failed");
   state.SetItemsProcessed(state.iterations());
 }
 

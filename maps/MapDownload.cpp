@@ -10,10 +10,11 @@ namespace {
 using platform::Error;
 using platform::HttpResponse;
 
-platform::HttpRequest requestFor(std::string method, const std::string& url) {
+platform::HttpRequest requestFor(std::string method, const std::string& url, std::size_t largest) {
   platform::HttpRequest request;
   request.method = std::move(method);
   request.url = url;
+  request.maximumBody = largest;
   return request;
 }
 
@@ -26,9 +27,9 @@ std::optional<std::string> bodyOf(HttpResponse& response) {
   return std::move(response.body);
 }
 
-std::unique_ptr<platform::HttpTask> download(platform::Platform& platform, const std::string& url,
+std::unique_ptr<platform::HttpTask> download(platform::Platform& platform, const std::string& url, std::size_t largest,
                                              TWLMapConfigRepo::DownloadHandler handler) {
-  return platform.http().send(requestFor("GET", url), platform.tasks().mainQueue(),
+  return platform.http().send(requestFor("GET", url, largest), platform.tasks().mainQueue(),
                               [handler = std::move(handler)](HttpResponse response) {
                                 auto body = bodyOf(response);
                                 handler(lastModified(response), std::move(body), std::move(response.error));
@@ -38,10 +39,10 @@ std::unique_ptr<platform::HttpTask> download(platform::Platform& platform, const
 // A question for the date, then perhaps the download. The question goes first, so that no download begins afterwards.
 class ConditionalDownload : public platform::HttpTask {
  public:
-  ConditionalDownload(platform::Platform& platform, const std::string& url, TWLMapConfigRepo::Date date,
-                      TWLMapConfigRepo::DownloadHandler handler)
-      : platform_(platform), url_(url), date_(date), handler_(std::move(handler)) {
-    question_ = platform.http().send(requestFor("HEAD", url_), platform.tasks().mainQueue(),
+  ConditionalDownload(platform::Platform& platform, const std::string& url, std::size_t largest,
+                      TWLMapConfigRepo::Date date, TWLMapConfigRepo::DownloadHandler handler)
+      : platform_(platform), url_(url), largest_(largest), date_(date), handler_(std::move(handler)) {
+    question_ = platform.http().send(requestFor("HEAD", url_, largest_), platform.tasks().mainQueue(),
                                      [this](HttpResponse response) { answered(std::move(response)); });
   }
 
@@ -54,13 +55,14 @@ class ConditionalDownload : public platform::HttpTask {
     if (!modified)
       return handler(std::nullopt, std::nullopt, Error{"Wayl", 0, "Server didn't include a 'Last-Modified' header."});
     if (date_ && *date_ < *modified)
-      download_ = download(platform_, url_, handler);
+      download_ = download(platform_, url_, largest_, handler);
     else
       handler(modified, std::nullopt, std::nullopt);
   }
 
   platform::Platform& platform_;
   const std::string url_;
+  const std::size_t largest_;
   const TWLMapConfigRepo::Date date_;
   const TWLMapConfigRepo::DownloadHandler handler_;
   std::unique_ptr<platform::HttpTask> download_;
@@ -69,15 +71,20 @@ class ConditionalDownload : public platform::HttpTask {
 
 }  // namespace
 
+// The document has the limits of documents; anything else is an image.
+std::size_t TWLMapConfigRepo::largestBody(const std::string& url) const {
+  return url == updateUrl() ? platform_.documentLimits().bytes : platform::kMaximumHttpBody;
+}
+
 std::unique_ptr<platform::HttpTask> TWLMapConfigRepo::loadFromUrlCompletionHandler(const std::string& url,
                                                                                    DownloadHandler handler) {
-  return download(platform_, url, std::move(handler));
+  return download(platform_, url, largestBody(url), std::move(handler));
 }
 
 std::unique_ptr<platform::HttpTask> TWLMapConfigRepo::loadFromUrlIfNewerThanCompletionHandler(const std::string& url,
                                                                                               Date date,
                                                                                               DownloadHandler handler) {
-  return std::make_unique<ConditionalDownload>(platform_, url, date, std::move(handler));
+  return std::make_unique<ConditionalDownload>(platform_, url, largestBody(url), date, std::move(handler));
 }
 
 }  // namespace wayloom

@@ -3,6 +3,7 @@
 // length; it takes over whenever the fast one refuses, and for documents whose tape would need too much memory.
 #include "wayloom/platform/JsonParser.hpp"
 
+#include <algorithm>
 #include <new>
 #include <simdjson.h>
 #include <utility>
@@ -73,8 +74,17 @@ void copyElement(dom::element element, Json& target) {
   }
 }
 
-std::optional<Json> parseFast(std::string_view text) {
+// No less than the number of values: each but the first comes behind one of these.
+std::size_t mostElements(std::string_view text) {
+  return 1 + static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char character) {
+           return character == ',' || character == '[' || character == '{';
+         }));
+}
+
+// Whether there are too many values is known here only after memory was spent on them.
+std::optional<Json> parseFast(std::string_view text, const DocumentLimits& limits) {
   if (text.size() > kLargestFastDocument) return std::nullopt;
+  if (limits.elements < text.size() && mostElements(text) > limits.elements) return std::nullopt;
   dom::parser parser;
   // Its own count has the document as a level but not an empty innermost container: up to the limit either way.
   if (parser.allocate(text.size(), kMaximumJsonDepth) != simdjson::SUCCESS) return std::nullopt;
@@ -88,7 +98,7 @@ std::optional<Json> parseFast(std::string_view text) {
 // Builds the value from the events of the Json type's parser, which keeps its own state off the call stack.
 class DocumentBuilder : public nlohmann::json_sax<Json> {
  public:
-  DocumentBuilder() = default;
+  explicit DocumentBuilder(std::size_t maximumElements) : maximumElements_(maximumElements) {}
   DocumentBuilder(const DocumentBuilder&) = delete;
   DocumentBuilder& operator=(const DocumentBuilder&) = delete;
 
@@ -120,7 +130,7 @@ class DocumentBuilder : public nlohmann::json_sax<Json> {
 
   JsonParseResult result(bool complete) && {
     if (complete) return {std::move(root_), {}};
-    return {std::nullopt, error_.empty() ? tooDeep() : std::move(error_)};
+    return {std::nullopt, std::move(error_)};
   }
 
  private:
@@ -136,16 +146,22 @@ class DocumentBuilder : public nlohmann::json_sax<Json> {
     return reason;
   }
 
-  static std::string tooDeep() { return "nested deeper than " + std::to_string(kMaximumJsonDepth); }
+  bool refuse(const char* what, std::size_t limit) {
+    error_ = what + std::to_string(limit);
+    return false;
+  }
 
   template <class Value>
   bool add(Value&& value) {
+    if (++elements_ > maximumElements_) return refuse("a document of more values than ", maximumElements_);
     place(std::forward<Value>(value));
     return true;
   }
 
   bool open(Json container) {
-    if (open_.size() >= static_cast<std::size_t>(kMaximumJsonDepth)) return false;
+    if (open_.size() >= static_cast<std::size_t>(kMaximumJsonDepth))
+      return refuse("nested deeper than ", kMaximumJsonDepth);
+    if (++elements_ > maximumElements_) return refuse("a document of more values than ", maximumElements_);
     open_.push_back(&place(std::move(container)));
     return true;
   }
@@ -158,28 +174,32 @@ class DocumentBuilder : public nlohmann::json_sax<Json> {
     return container.get_ref<Members&>().emplace_back(std::move(name_), std::forward<Value>(value)).second;
   }
 
+  const std::size_t maximumElements_;
+  std::size_t elements_ = 0;
   Json root_;
   std::vector<Json*> open_;  // the containers that are being filled, outermost first
   std::string name_;
   std::string error_;
 };
 
-JsonParseResult parseCarefully(std::string_view text) {
+JsonParseResult parseCarefully(std::string_view text, const DocumentLimits& limits) {
   // The Json type's parser would take a zero byte for the end of the text.
   if (const auto zero = text.find('\0'); zero != text.npos)
     return {std::nullopt, "byte " + std::to_string(zero + 1) + ": a zero byte"};
-  DocumentBuilder builder;
+  DocumentBuilder builder(limits.elements);
   const bool complete = Json::sax_parse(text.begin(), text.end(), &builder);
   return std::move(builder).result(complete);
 }
 
 }  // namespace
 
-JsonParseResult parseJson(std::string_view text) {
+JsonParseResult parseJson(std::string_view text, const DocumentLimits& limits) {
+  if (text.size() > limits.bytes)
+    return {std::nullopt, "a document of more bytes than " + std::to_string(limits.bytes)};
   try {
     const auto markLength = text.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
-    if (auto value = parseFast(text.substr(markLength))) return {std::move(value), {}};
-    return parseCarefully(text);  // skips the mark itself, and counts it
+    if (auto value = parseFast(text.substr(markLength), limits)) return {std::move(value), {}};
+    return parseCarefully(text, limits);  // skips the mark itself, and counts it
   } catch (const std::bad_alloc&) {
     return {std::nullopt, "byte 0: not enough memory for the document"};
   }

@@ -37,7 +37,7 @@ void TGFAPIRequest::getHandler(const Url& url, Handler handler) {
 }
 
 TGFAPIRequest::Bytes TGFAPIRequest::postBody(const Url& url, std::string body) {
-  auto response = platform_.http().sendSynchronously(makePost(url, std::move(body)));
+  auto response = platform::sendSynchronously(platform_.http(), platform_.tasks(), makePost(url, std::move(body)));
   return response.error ? std::nullopt : Bytes(std::move(response.body));
 }
 
@@ -59,6 +59,7 @@ platform::HttpRequest TGFAPIRequest::makeRequest(std::string method, const Url& 
   platform::HttpRequest request;
   request.method = std::move(method);
   request.url = url.value_or("");
+  request.maximumBody = platform_.documentLimits().bytes;
   const std::lock_guard lock(mutex_);
   request.headers = {{"AUTHORIZATION", "Token token=\"" + apiToken_.value_or("") + "\""},
                      {"X-GF-AppID", TGFDevice::getUUID(platform_)},
@@ -80,7 +81,7 @@ void TGFAPIRequest::processResponseDataErrorUrlHandler(const std::string& bytes,
 
 std::optional<Json> TGFAPIRequest::parseResponse(std::optional<std::string_view> bytes) {
   if (!bytes) return std::nullopt;
-  auto result = platform::parseJson(*bytes);
+  auto result = platform::parseJson(*bytes, platform_.documentLimits());
   if (result.value && !result.value->is_structured()) {
     result.error = std::string("neither an array nor an object but a ") + result.value->type_name();
     result.value.reset();

@@ -79,6 +79,9 @@ std::unique_ptr<TGFManager> TGFManager::managerWithDelegateAndConfig(Platform& p
 Platform& TGFManager::checkForLocationAlwaysUsageDescription(Platform& platform) {
   for (const auto* bundle : {&platform.mainBundle(), &platform.resourceBundle()})
     if (platform::member(bundle->infoDictionary(), kUsageDescription)) return platform;
+  const auto information = platform.mainBundle().pathForResource("Info", "plist");
+  platform.systemLog().write(information ? *information + " has no " + std::string(kUsageDescription)
+                                         : "The main bundle has no Info.plist");
   throw MissingUsageDescription();
 }
 

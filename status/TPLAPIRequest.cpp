@@ -28,6 +28,7 @@ TPLAPIRequest::~TPLAPIRequest() = default;
 HttpRequest TPLAPIRequest::newApiRequest(const Url& url) const {
   HttpRequest request;
   request.url = url.value_or("");
+  request.maximumBody = platform_.documentLimits().bytes;
   request.headers = {{"AUTHORIZATION", "Token token=\"" + apiToken_.value_or("") + "\""},
                      {"X-PL-AppID", TPLDevice::getUUID(platform_)},
                      {"X-PL-FrameworkVersion", TPLStatusManager::getVersion()}};
@@ -45,7 +46,7 @@ HttpRequest TPLAPIRequest::newPostRequest(const Url& url) const {
 std::optional<Error> TPLAPIRequest::postSyncBody(const Url& url, std::string json) {
   auto request = newPostRequest(url);
   request.body = std::move(json);
-  return platform_.http().sendSynchronously(std::move(request)).error;
+  return platform::sendSynchronously(platform_.http(), platform_.tasks(), std::move(request)).error;
 }
 
 std::unique_ptr<platform::HttpTask> TPLAPIRequest::startPost(const Url& url, std::string json,
@@ -87,7 +88,7 @@ void TPLAPIRequest::processResponseDataErrorUrlHandler(const std::string& bytes,
 
 std::optional<Json> TPLAPIRequest::parseResponse(const std::optional<std::string>& bytes) const {
   if (!bytes) return std::nullopt;
-  auto parsed = platform::parseJson(*bytes).value;
+  auto parsed = platform::parseJson(*bytes, platform_.documentLimits()).value;
   return parsed && parsed->is_structured() ? std::move(parsed) : std::nullopt;
 }
 

@@ -1,8 +1,5 @@
 #include "wayloom/posix/CurlHttpClient.hpp"
 
-#include <condition_variable>
-#include <mutex>
-#include <optional>
 #include <utility>
 
 #include "wayloom/platform/TaskScope.hpp"
@@ -22,8 +19,8 @@ class CurlTask : public platform::HttpTask {
   CurlTask(std::shared_ptr<CurlWorker> worker, CurlTransferPtr transfer, platform::TaskQueue& queue,
            platform::HttpClient::Handler handler)
       : worker_(std::move(worker)), transfer_(std::move(transfer)) {
-    transfer_->setSink([this, &queue, handler = std::move(handler)](HttpResponse response) mutable {
-      queue.async(scope_.bind(
+    transfer_->setSink([this, post = queue.poster(), handler = std::move(handler)](HttpResponse response) mutable {
+      post(scope_.bind(
           [handler = std::move(handler), response = std::move(response)]() mutable { handler(std::move(response)); }));
     });
   }
@@ -37,26 +34,6 @@ class CurlTask : public platform::HttpTask {
   const std::shared_ptr<CurlWorker> worker_;
   CurlTransferPtr transfer_;
   platform::TaskScope scope_;
-};
-
-// A place that one thread waits at for a response.
-class ResponseSlot {
- public:
-  void put(HttpResponse response) {
-    const std::lock_guard lock(mutex_);
-    response_ = std::move(response);
-    arrived_.notify_one();
-  }
-  HttpResponse take() {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [this] { return response_.has_value(); });
-    return std::move(*response_);
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::optional<HttpResponse> response_;
 };
 
 }  // namespace
@@ -76,17 +53,6 @@ std::unique_ptr<platform::HttpTask> CurlHttpClient::send(HttpRequest request, pl
   else
     worker_->add(std::move(transfer));
   return task;
-}
-
-HttpResponse CurlHttpClient::sendSynchronously(HttpRequest request) {
-  auto transfer = std::make_shared<CurlTransfer>(std::move(request), worker_->options());
-  if (transfer->refusal()) return {0, {}, {}, transfer->refusal()};
-  ResponseSlot slot;
-  transfer->setSink([&slot](HttpResponse response) { slot.put(std::move(response)); });
-  worker_->add(transfer);
-  auto response = slot.take();
-  transfer->drop();  // the worker may still be inside put()
-  return response;
 }
 
 }  // namespace wayloom::posix

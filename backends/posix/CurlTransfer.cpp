@@ -14,7 +14,7 @@ using platform::HttpResponse;
 
 constexpr std::size_t kMaximumHeaderBytes = 1U << 20U;
 constexpr std::size_t kLargestReservation = 8U << 20U;
-constexpr long kMaximumRedirects = 10;
+constexpr int kMaximumRedirects = 10;
 constexpr int kWholeTimeFactor = 10;
 constexpr Duration kShortestTimeout = std::chrono::milliseconds(1);
 constexpr Duration kLongestTimeout = std::chrono::hours(24);
@@ -52,18 +52,15 @@ std::string_view withoutBlanks(std::string_view text) {
   return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
 }
 
-long milliseconds(Duration duration) {
-  return static_cast<long>(std::chrono::ceil<std::chrono::milliseconds>(duration).count());
-}
-
 }  // namespace
 
 CurlTransfer::CurlTransfer(platform::HttpRequest request, const CurlHttpOptions& options)
     : request_(std::move(request)),
-      maximumBody_(options.maximumBody),
+      maximumBody_(std::min(options.maximumBody, request_.maximumBody)),
       timeout_(std::clamp(request_.timeout, kShortestTimeout, kLongestTimeout)),
-      refusal_(findOrigin()) {
-  if (!refusal_) refusal_ = buildHeaders();
+      refusal_(findOrigin()),
+      end_(Clock::now() + timeout_ * kWholeTimeFactor) {
+  if (!refusal_) refusal_ = buildHeaders(request_.headers);
 }
 
 std::optional<Error> CurlTransfer::findOrigin() {
@@ -81,24 +78,26 @@ std::optional<Error> CurlTransfer::findOrigin() {
   return std::nullopt;
 }
 
-std::optional<Error> CurlTransfer::buildHeaders() {
-  curl_slist* list = nullptr;
+std::optional<Error> CurlTransfer::buildHeaders(const platform::HttpHeaders& given) {
+  std::unique_ptr<curl_slist, SlistDeleter> list;
+  bool isComplete = true;
   const auto append = [&](const std::string& line) {
-    if (auto* longer = curl_slist_append(list, line.c_str())) list = longer;
+    auto* longer = curl_slist_append(list.get(), line.c_str());
+    isComplete = isComplete && longer != nullptr;
+    if (longer != nullptr && !list) list.reset(longer);
   };
-  for (const auto& [name, value] : request_.headers) {
-    if (!isFieldName(name) || !isFieldValue(value)) {
-      curl_slist_free_all(list);
+  for (const auto& [name, value] : given) {
+    if (!isFieldName(name) || !isFieldValue(value))
       return httpError(CURLE_BAD_FUNCTION_ARGUMENT, "malformed request header");
-    }
     // libcurl's forms of a header with a value and of one without.
     append(std::string(name).append(value.empty() ? ";" : ": ").append(value));
   }
   if (request_.method == "POST") {
-    if (!platform::findHeader(request_.headers, "Expect")) append("Expect:");
-    if (!platform::findHeader(request_.headers, "Content-Type")) append("Content-Type:");
+    if (!platform::findHeader(given, "Expect")) append("Expect:");
+    if (!platform::findHeader(given, "Content-Type")) append("Content-Type:");
   }
-  headers_.reset(list);
+  if (!isComplete) return httpError(CURLE_OUT_OF_MEMORY, "not enough memory");
+  headers_ = std::move(list);
   return std::nullopt;
 }
 
@@ -120,48 +119,63 @@ bool CurlTransfer::isExpected() {
   return static_cast<bool>(sink_);
 }
 
-void CurlTransfer::configure(CURL* easy, const CurlHttpOptions& options) {
+bool CurlTransfer::start(CURL* easy, const CurlHttpOptions& options) {
+  easy_ = easy;
+  lastProgress_ = Clock::now();
+  progress_ = 0;
+  errorText_[0] = '\0';
+  const bool namesEncoding = platform::findHeader(request_.headers, "Accept-Encoding") != nullptr;
+  // What needs memory can fail, and would leave the request without it.
+  bool isSet = setMethod();
+  isSet = isSet && curl_easy_setopt(easy, CURLOPT_URL, request_.url.c_str()) == CURLE_OK;
+  isSet = isSet && curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK;
+  isSet = isSet && curl_easy_setopt(easy, CURLOPT_USERAGENT, "Wayloom") == CURLE_OK;
+  isSet = isSet && (namesEncoding || curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "") == CURLE_OK);
+  if (!options.certificateAuthorities.empty())
+    isSet = isSet && curl_easy_setopt(easy, CURLOPT_CAINFO, options.certificateAuthorities.c_str()) == CURLE_OK;
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // closing waits for no name server
-  curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaximumRedirects);
   curl_easy_setopt(easy, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  curl_easy_setopt(easy, CURLOPT_USERAGENT, "Wayloom");
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
   curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &CurlTransfer::receiveHeader);
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &CurlTransfer::receiveBody);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &CurlTransfer::noteProgress);
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
-  if (!options.certificateAuthorities.empty())
-    curl_easy_setopt(easy, CURLOPT_CAINFO, options.certificateAuthorities.c_str());
-}
-
-void CurlTransfer::start(CURL* easy) {
-  easy_ = easy;
-  lastProgress_ = Clock::now();
-  setMethod();
-  curl_easy_setopt(easy, CURLOPT_URL, request_.url.c_str());
-  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers_.get());
-  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING,
-                   platform::findHeader(request_.headers, "Accept-Encoding") ? nullptr : "");
-  curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, origin_.starts_with("https:") ? "https" : "http,https");
-  curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, milliseconds(timeout_ * kWholeTimeFactor));
   curl_easy_setopt(easy, CURLOPT_HEADERDATA, this);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, this);
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
+  curl_easy_setopt(easy, CURLOPT_PRIVATE, this);
   curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, errorText_.data());
+  return isSet;
 }
 
-void CurlTransfer::setMethod() {
-  const bool isPost = request_.method == "POST";
-  if (isPost) {
-    curl_easy_setopt(easy_, CURLOPT_POST, 1L);
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
-    curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, request_.body.data());
-  } else {
-    curl_easy_setopt(easy_, CURLOPT_HTTPGET, 1L);  // undoes what an earlier request set
-    if (request_.method == "HEAD") curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
-  }
-  curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, isPost ? 0L : 1L);
+bool CurlTransfer::setMethod() {
+  if (request_.method != "POST")
+    return curl_easy_setopt(easy_, CURLOPT_NOBODY, request_.method == "HEAD" ? 1L : 0L) == CURLE_OK;
+  curl_easy_setopt(easy_, CURLOPT_POST, 1L);
+  curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_.body.size()));
+  return curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, request_.body.data()) == CURLE_OK;
+}
+
+std::optional<std::string> CurlTransfer::redirection() const {
+  char* target = nullptr;
+  if (request_.method != "POST") curl_easy_getinfo(easy_, CURLINFO_REDIRECT_URL, &target);
+  return target != nullptr ? std::optional<std::string>(target) : std::nullopt;
+}
+
+// Not left to libcurl, which would show the request's own headers, the device's identifier among them, to whatever
+// server a redirect names.
+std::optional<Error> CurlTransfer::redirect(std::string url) {
+  if (++redirects_ > kMaximumRedirects) return httpError(CURLE_TOO_MANY_REDIRECTS, "more than ten redirects");
+  const auto previous = origin_;
+  request_.url = std::move(url);
+  response_ = {};
+  if (auto error = findOrigin()) return error;
+  if (previous.starts_with("https:") && !origin_.starts_with("https:"))
+    return httpError(CURLE_UNSUPPORTED_PROTOCOL, "a redirect from https to http");
+  if (origin_ == previous) return std::nullopt;
+  request_.headers.clear();
+  return buildHeaders({});
 }
 
 HttpResponse CurlTransfer::failure(CURLcode code, std::string description) {

@@ -1,8 +1,10 @@
 #include "backends/posix/CurlWorker.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <pthread.h>
+#include <system_error>
 #include <utility>
 
 namespace wayloom::posix {
@@ -35,7 +37,11 @@ platform::HttpResponse stoppedResponse() {
 
 CurlWorker::CurlWorker(CurlHttpOptions options) : options_(std::move(options)) {
   initialiseLibrary();
+  errno = 0;
   multi_.reset(curl_multi_init());
+  // Without a way to wake the thread no request would ever begin.
+  if (!multi_ || curl_multi_wakeup(multi_.get()) != CURLM_OK)
+    throw std::system_error(errno != 0 ? errno : ENOMEM, std::generic_category(), "HTTP client");
   curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, kOpenConnections);
 }
 
@@ -82,13 +88,15 @@ void CurlWorker::remove(CurlTransferPtr transfer) {
 }
 
 void CurlWorker::run() {
+  constexpr auto kPause = std::chrono::milliseconds(20);
   blockSignals();
   while (takeOrders()) {
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
     reapFinished();
-    failStill();
-    curl_multi_poll(multi_.get(), nullptr, 0, pollTime(), nullptr);
+    failLate();
+    const auto outcome = curl_multi_poll(multi_.get(), nullptr, 0, pollTime(), nullptr);
+    if (outcome != CURLM_OK) std::this_thread::sleep_for(kPause);  // no memory now
   }
   stopAll();
 }
@@ -103,47 +111,68 @@ bool CurlWorker::takeOrders() {
     added.swap(added_);
     removed.swap(removed_);
   }
-  for (auto& transfer : added) {
-    origins_[transfer->origin()].waiting.push_back(transfer);
-    beginWaiting(transfer->origin());
-  }
-  for (const auto& transfer : removed) {
-    if (transfer->easy() != nullptr) retire(transfer);  // one that still waits is passed over when its turn comes
-  }
+  for (const auto& transfer : added) enqueue(transfer);
+  for (const auto& transfer : removed) retire(transfer);
   return true;
 }
 
+void CurlWorker::enqueue(const CurlTransferPtr& transfer) {
+  auto& waiting = origins_[transfer->origin()].waiting;
+  transfer->place = waiting.insert(waiting.end(), transfer);
+  transfer->stage = CurlTransfer::Stage::waiting;
+  waitingEnds_.emplace(transfer->end(), transfer.get());
+  beginWaiting(transfer->origin());
+}
+
 void CurlWorker::beginWaiting(const std::string& name) {
-  const auto place = origins_.find(name);
-  auto& origin = place->second;
+  const auto found = origins_.find(name);
+  auto& origin = found->second;
   while (origin.active < kConnectionsToOneServer && !origin.waiting.empty()) {
-    const auto transfer = std::move(origin.waiting.front());
-    origin.waiting.pop_front();
-    if (!transfer->isExpected()) continue;
+    const auto transfer = origin.waiting.front();
+    active_.splice(active_.end(), origin.waiting, transfer->place);
+    waitingEnds_.erase({transfer->end(), transfer.get()});
+    transfer->stage = CurlTransfer::Stage::active;
     ++origin.active;
-    begin(transfer);
+    if (const char* failure = begin(*transfer)) {
+      active_.erase(transfer->place);
+      transfer->stage = CurlTransfer::Stage::over;
+      --origin.active;
+      transfer->deliver(CurlTransfer::failure(CURLE_OUT_OF_MEMORY, failure));
+    }
   }
-  if (origin.active == 0) origins_.erase(place);
+  if (origin.active == 0) origins_.erase(found);
 }
 
-void CurlWorker::begin(const CurlTransferPtr& transfer) {
+const char* CurlWorker::begin(CurlTransfer& transfer) {
   if (idle_.empty()) {
-    idle_.emplace_back(curl_easy_init());
-    CurlTransfer::configure(idle_.back().get(), options_);
+    std::unique_ptr<CURL, EasyDeleter> fresh(curl_easy_init());
+    if (!fresh) return "not enough memory for a request";
+    idle_.push_back(std::move(fresh));
   }
-  CURL* easy = idle_.back().release();
+  auto easy = std::move(idle_.back());
   idle_.pop_back();
-  transfer->start(easy);
-  curl_multi_add_handle(multi_.get(), easy);
-  active_.push_back(transfer);
+  const bool isSet = transfer.start(easy.get(), options_);
+  if (isSet && curl_multi_add_handle(multi_.get(), easy.get()) == CURLM_OK) {
+    static_cast<void>(easy.release());  // the transfer has it
+    return nullptr;
+  }
+  transfer.release();
+  return "not enough memory for a request";
 }
 
-// Takes a transfer that has ended, or is ended hereby, out of the multi handle; its place goes to the next.
+// Takes a transfer out of wherever it is; a place that it had at its server goes to the next.
 void CurlWorker::retire(const CurlTransferPtr& transfer) {
+  const auto stage = std::exchange(transfer->stage, CurlTransfer::Stage::over);
+  if (stage == CurlTransfer::Stage::waiting) {
+    waitingEnds_.erase({transfer->end(), transfer.get()});
+    origins_.at(transfer->origin()).waiting.erase(transfer->place);
+  }
+  if (stage != CurlTransfer::Stage::active) return;
   std::unique_ptr<CURL, EasyDeleter> easy(transfer->release());
   curl_multi_remove_handle(multi_.get(), easy.get());
+  curl_easy_reset(easy.get());  // its options point into the transfer
   if (idle_.size() < kIdleHandles) idle_.push_back(std::move(easy));
-  std::erase(active_, transfer);
+  active_.erase(transfer->place);
   --origins_.at(transfer->origin()).active;
   beginWaiting(transfer->origin());
 }
@@ -153,22 +182,34 @@ void CurlWorker::reapFinished() {
   while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     const auto outcome = message->data.result;
-    const auto place = std::find_if(active_.begin(), active_.end(),
-                                    [&](const CurlTransferPtr& each) { return each->easy() == message->easy_handle; });
-    const auto transfer = *place;
+    CurlTransfer* done = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &done);
+    const auto transfer = *done->place;
+    auto target = outcome == CURLE_OK ? transfer->redirection() : std::nullopt;
     auto response = transfer->finish(outcome);
     retire(transfer);
+    if (target) {
+      response.error = transfer->redirect(std::move(*target));
+      if (!response.error) {
+        enqueue(transfer);
+        continue;
+      }
+      response = {0, {}, {}, std::move(response.error)};
+    }
     transfer->deliver(std::move(response));
   }
 }
 
-void CurlWorker::failStill() {
+void CurlWorker::failLate() {
   const auto now = CurlTransfer::Clock::now();
-  for (;;) {
-    const auto place = std::find_if(active_.begin(), active_.end(),
-                                    [&](const CurlTransferPtr& each) { return each->deadline() <= now; });
-    if (place == active_.end()) return;
-    const auto transfer = *place;
+  std::vector<CurlTransferPtr> late;
+  for (const auto& transfer : active_)
+    if (transfer->deadline() <= now) late.push_back(transfer);
+  for (const auto& [end, transfer] : waitingEnds_) {
+    if (end > now) break;
+    late.push_back(*transfer->place);
+  }
+  for (const auto& transfer : late) {
     retire(transfer);
     transfer->deliver(CurlTransfer::failure(CURLE_OPERATION_TIMEDOUT, "no answer within the time-out"));
   }
@@ -177,19 +218,24 @@ void CurlWorker::failStill() {
 int CurlWorker::pollTime() const {
   auto time = std::chrono::milliseconds(kLongestPoll);
   const auto now = CurlTransfer::Clock::now();
-  for (const auto& transfer : active_)
-    time = std::min(time, std::chrono::ceil<std::chrono::milliseconds>(transfer->deadline() - now));
+  const auto consider = [&](CurlTransfer::Clock::time_point end) {
+    time = std::min(time, std::chrono::ceil<std::chrono::milliseconds>(end - now));
+  };
+  for (const auto& transfer : active_) consider(transfer->deadline());
+  if (!waitingEnds_.empty()) consider(waitingEnds_.begin()->first);
   return std::max(static_cast<int>(time.count()), 0);
 }
 
 void CurlWorker::stopAll() {
-  auto rest = std::exchange(active_, {});
+  Transfers rest;
+  rest.swap(active_);
   for (const auto& transfer : rest) {
     const std::unique_ptr<CURL, EasyDeleter> easy(transfer->release());
     curl_multi_remove_handle(multi_.get(), easy.get());
   }
-  for (auto& [name, origin] : origins_) rest.insert(rest.end(), origin.waiting.begin(), origin.waiting.end());
+  for (auto& [name, origin] : origins_) rest.splice(rest.end(), origin.waiting);
   origins_.clear();
+  waitingEnds_.clear();
   idle_.clear();
   {
     const std::lock_guard lock(mutex_);

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <curl/curl.h>
-#include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "backends/posix/CurlTransfer.hpp"
@@ -23,6 +25,7 @@ struct MultiDeleter {
 
 class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
  public:
+  // Throws std::system_error when the system gives no descriptors.
   explicit CurlWorker(CurlHttpOptions options);
 
   const CurlHttpOptions& options() const { return options_; }
@@ -37,20 +40,23 @@ class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
   void remove(CurlTransferPtr transfer);  // whose response nobody waits for any more
 
  private:
+  using Transfers = std::list<CurlTransferPtr>;
   // A server: how many of its requests are under way, and those that wait for one of them to end.
   struct Origin {
     std::size_t active = 0;
-    std::deque<CurlTransferPtr> waiting;
+    Transfers waiting;
   };
 
   void run();
   bool takeOrders();
   void wake();
-  void begin(const CurlTransferPtr& transfer);
+  void enqueue(const CurlTransferPtr& transfer);
   void beginWaiting(const std::string& origin);
+  // Null, or why it can't begin.
+  const char* begin(CurlTransfer& transfer);
   void retire(const CurlTransferPtr& transfer);
   void reapFinished();
-  void failStill();
+  void failLate();
   int pollTime() const;
   void stopAll();
 
@@ -64,10 +70,11 @@ class CurlWorker : public std::enable_shared_from_this<CurlWorker> {
   bool stopped_ = false;
   bool woken_ = false;  // a wake-up is under way
 
-  // Of the worker thread. The easy handles go before the multi handle.
+  // Of the worker thread. The easy handles go before the multi handle; the idle ones hold no options.
   std::unique_ptr<CURLM, MultiDeleter> multi_;
   std::vector<std::unique_ptr<CURL, EasyDeleter>> idle_;
-  std::vector<CurlTransferPtr> active_;
+  Transfers active_;
+  std::set<std::pair<CurlTransfer::Clock::time_point, CurlTransfer*>> waitingEnds_;
   std::map<std::string, Origin> origins_;
 };
 

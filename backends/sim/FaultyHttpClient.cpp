@@ -47,13 +47,6 @@ std::unique_ptr<platform::HttpTask> FaultyHttpClient::send(HttpRequest request, 
   return task;
 }
 
-HttpResponse FaultyHttpClient::sendSynchronously(HttpRequest request) {
-  const auto delay = drawDelay();
-  auto response = spoil(client_->sendSynchronously(std::move(request)));
-  if (delay > Duration::zero()) tasks_->sleep(delay);
-  return response;
-}
-
 Duration FaultyHttpClient::drawDelay() {
   if (!random_.chance(faults_.delay)) return Duration::zero();
   return platform::durationFromSeconds(platform::secondsOf(faults_.longestDelay) * random_.uniform());

@@ -6,6 +6,7 @@
 #include "wayloom/platform/Url.hpp"
 
 #include "backends/sim/VenueFiles.hpp"
+#include "platform/HttpDate.hpp"
 
 namespace wayloom::sim {
 namespace {
@@ -71,12 +72,6 @@ std::unique_ptr<platform::HttpTask> VenueHttpServer::send(HttpRequest request, p
       [this, request = std::move(request), handler = std::move(handler)] { handler(answer(request)); });
 }
 
-HttpResponse VenueHttpServer::sendSynchronously(HttpRequest request) {
-  observe(request);
-  if (latency_ > platform::Duration::zero()) tasks_->sleep(latency_);
-  return answer(request);
-}
-
 // The observer may replace itself, so a copy is called.
 void VenueHttpServer::observe(const HttpRequest& request) const {
   if (const auto observer = observer_) observer(request);
@@ -89,12 +84,12 @@ HttpResponse VenueHttpServer::answer(const HttpRequest& request) const {
   const auto path = venue_->fileFor(request.url);
   auto content = path.empty() ? std::nullopt : files_->readFile(path);
   if (!content) return emptyAnswer(404);
-  if (content->size() > platform::kMaximumHttpBody) return failure(kTooLarge, "The response is too large");
+  if (content->size() > request.maximumBody) return failure(kTooLarge, "The response is too large");
   HttpResponse response;
   response.status = 200;
   response.headers = {{"Content-Length", std::to_string(content->size())}};
   if (const auto modified = files_->modificationDate(path))
-    response.headers.emplace_back("Last-Modified", httpDate(*modified));
+    response.headers.emplace_back("Last-Modified", platform::httpDate(*modified));
   if (request.method != "HEAD") response.body = std::move(*content);
   return response;
 }

@@ -62,9 +62,6 @@ struct Host {
       request.timeout = timeout;
       return client->send(std::move(request), queue, std::move(handler));
     }
-    platform::HttpResponse sendSynchronously(platform::HttpRequest request) override {
-      return client->sendSynchronously(std::move(request));
-    }
     std::shared_ptr<platform::HttpClient> client;
     platform::Duration timeout;
   };

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
@@ -90,6 +91,22 @@ TEST(JsonParser, NestingHasALimitOnBothPaths) {
   std::string objects;
   for (int i = 0; i < 10'000; ++i) objects += "{\"a\":";
   EXPECT_FALSE(parseJson(objects).value);
+}
+
+TEST(JsonParser, CountsEveryValueAndRefusesTooMany) {
+  const std::string text = R"({"a":[1,"x,[{,",{}],"b":null,"n":99999999999999999999})";  // seven values
+  for (const auto* cut : {"", ",\"n\":99999999999999999999"}) {  // the careful path, and the fast one
+    std::string document = text;
+    if (*cut != '\0') document.erase(document.find(cut), std::strlen(cut));
+    const std::size_t values = *cut != '\0' ? 6 : 7;
+    EXPECT_TRUE(parseJson(document, {.elements = values}).value) << document;
+    EXPECT_TRUE(parseJson(document, {.elements = 100}).value);
+    EXPECT_EQ(parseJson(document, {.elements = values - 1}).error,
+              "a document of more values than " + std::to_string(values - 1));
+    EXPECT_TRUE(parseJson(document, {.bytes = document.size()}).value);
+    EXPECT_EQ(parseJson(document, {.bytes = document.size() - 1}).error,
+              "a document of more bytes than " + std::to_string(document.size() - 1));
+  }
 }
 
 TEST(JsonValue, NumbersComeFromNumbersAndTexts) {

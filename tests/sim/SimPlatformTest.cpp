@@ -36,7 +36,7 @@ class VenueHttpServerTest : public testing::Test {
   }
 
   HttpResponse ask(const std::string& url, const std::string& method = "GET") {
-    return world_->platform().http().sendSynchronously(request(url, method));
+    return platform::sendSynchronously(world_->platform().http(), world_->platform().tasks(), request(url, method));
   }
 
   TestFolder folder_;

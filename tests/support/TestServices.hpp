@@ -176,17 +176,8 @@ class ScriptedHttp : public platform::HttpClient {
   std::unique_ptr<platform::HttpTask> send(platform::HttpRequest request, platform::TaskQueue& queue,
                                            Handler handler) override {
     auto task = std::make_unique<Request>();
-    queue.async(task->scope.bind([handler, response = sendSynchronously(std::move(request))]() { handler(response); }));
+    queue.async(task->scope.bind([handler, response = take(std::move(request))]() { handler(response); }));
     return task;
-  }
-  platform::HttpResponse sendSynchronously(platform::HttpRequest request) override {
-    const std::lock_guard lock(mutex_);
-    requests_.push_back(request);
-    const auto answer = answers_.find(request.method + " " + request.url);
-    if (answer != answers_.end()) return answer->second;
-    platform::HttpResponse failure;
-    failure.error = platform::Error{"HTTP", 7, "no route"};
-    return failure;
   }
 
   void answer(const std::string& methodAndUrl, platform::HttpResponse response) {
@@ -203,6 +194,16 @@ class ScriptedHttp : public platform::HttpClient {
   struct Request : platform::HttpTask {
     platform::TaskScope scope;
   };
+
+  platform::HttpResponse take(platform::HttpRequest request) {
+    const std::lock_guard lock(mutex_);
+    requests_.push_back(request);
+    const auto answer = answers_.find(request.method + " " + request.url);
+    if (answer != answers_.end()) return answer->second;
+    platform::HttpResponse failure;
+    failure.error = platform::Error{"HTTP", 7, "no route"};
+    return failure;
+  }
 
   std::mutex mutex_;
   std::map<std::string, platform::HttpResponse> answers_;

@@ -13,6 +13,7 @@
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/JsonValue.hpp"
 #include "wayloom/posix/CurlHttpClient.hpp"
+#include "wayloom/posix/MainLoop.hpp"
 #include "wayloom/posix/PlistReader.hpp"
 
 #include "backends/posix/FileDescriptor.hpp"
@@ -91,11 +92,14 @@ class DevelopmentServerTest : public testing::Test {
                                        error);
     ASSERT_NE(server_, nullptr) << error;
   }
+  HttpResponse send(platform::HttpRequest request) {
+    return platform::sendSynchronously(client_, tasks_, std::move(request));
+  }
   HttpResponse get(const std::string& path, HttpHeaders headers = {}, const std::string& method = "GET") {
-    return client_.sendSynchronously({method, server_->url() + path, std::move(headers), "", 20s});
+    return send({method, server_->url() + path, std::move(headers), "", 20s});
   }
   HttpResponse post(const std::string& path, const HttpHeaders& headers, const std::string& body) {
-    return client_.sendSynchronously({"POST", server_->url() + path, headers, body, 20s});
+    return send({"POST", server_->url() + path, headers, body, 20s});
   }
   void date(const std::string& name, std::time_t seconds) const {
     const timespec times[] = {{seconds, 0}, {seconds, 500'000'000}};
@@ -109,6 +113,7 @@ class DevelopmentServerTest : public testing::Test {
   }
 
   sim::TestFolder venue_;
+  posix::MainLoop tasks_;
   posix::CurlHttpClient client_;
   std::unique_ptr<DevelopmentServer> server_;
 };
@@ -223,7 +228,7 @@ TEST_F(DevelopmentServerTest, AnswersBadlyWhenToldTo) {
   EXPECT_EQ(post("/status", kStatusToken, "{}").status, 200);
 
   server_->setFaults("kit:hang;maps:slow=300ms,rate=100000,times=1");
-  response = client_.sendSynchronously({"GET", server_->url() + "/api/kits/7", {}, "", 200ms});
+  response = send({"GET", server_->url() + "/api/kits/7", {}, "", 200ms});
   EXPECT_EQ(errorOf(response), kTimedOut);
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(get("/maps/plans/a%20b.svg", {{"Accept-Encoding", "identity"}}).body.size(), 50'000U);
@@ -336,7 +341,7 @@ TEST_F(DevelopmentServerTest, WritesABundleThatPointsToIt) {
   }
   EXPECT_TRUE(std::filesystem::exists(folder.path() + "/new/bundle/plan.svg"));
   const auto list = posix::PlistReader().readDictionary(folder.path() + "/new/bundle/Wayloom.plist");
-  EXPECT_EQ(client_.sendSynchronously({.url = (*list)["WLMapConfigURL"].get<std::string>()}).body, "{}");
+  EXPECT_EQ(send({.url = (*list)["WLMapConfigURL"].get<std::string>()}).body, "{}");
   for (const char* inside : {"/bundle/../bundle", "/bundle/new/deep"}) {
     ServeProcess own(venue_.path(), {"--write-bundle", venue_.path() + inside});
     EXPECT_EQ(own.url(), "");

@@ -83,14 +83,15 @@ CheckResult checkFrames(const linux_::RadioStatus& status, const FrameRates& hea
             "it does not (BlueZ 5.66: bluetoothd --experimental), or try another adapter."};
 }
 
-CheckResult checkServer(platform::HttpClient& http, const char* name, Diagnosis unreachable,
-                        const std::optional<std::string>& url, const std::optional<std::string>& token) {
+CheckResult checkServer(platform::HttpClient& http, platform::TaskScheduler& tasks, const char* name,
+                        Diagnosis unreachable, const std::optional<std::string>& url,
+                        const std::optional<std::string>& token) {
   if (!url)
     return {name, Diagnosis::serverNotConfigured, "Wayloom.plist names no address for it.",
             "Add the address (docs/venue.md)."};
   platform::HttpRequest request{.url = *url, .timeout = kServerPatience};
   if (token) request.headers.emplace_back("AUTHORIZATION", "Token token=\"" + *token + "\"");
-  const auto response = http.sendSynchronously(std::move(request));
+  const auto response = platform::sendSynchronously(http, tasks, std::move(request));
   if (response.error)
     return {name, unreachable, fmt::format("{}: {}.", *url, response.error->description),
             "See whether the device has a network and the address is right; `wayloom serve` is a server to try with."};
@@ -175,11 +176,12 @@ CheckResult checkKit(const KitNames& venue) {
   return {"kit", Diagnosis::fine, fmt::format("{} beacons of the kit stand on a map.", count), ""};
 }
 
-std::vector<CheckResult> checkServers(platform::HttpClient& http, const TWLConfig& configuration) {
-  return {
-      checkServer(http, "kit server", Diagnosis::kitServerUnreachable, configuration.GFKitURL(),
-                  configuration.GFAPIToken().value_or("")),
-      checkServer(http, "map server", Diagnosis::mapServerUnreachable, configuration.WLMapConfigURL(), std::nullopt)};
+std::vector<CheckResult> checkServers(platform::HttpClient& http, platform::TaskScheduler& tasks,
+                                      const TWLConfig& configuration) {
+  return {checkServer(http, tasks, "kit server", Diagnosis::kitServerUnreachable, configuration.GFKitURL(),
+                      configuration.GFAPIToken().value_or("")),
+          checkServer(http, tasks, "map server", Diagnosis::mapServerUnreachable, configuration.WLMapConfigURL(),
+                      std::nullopt)};
 }
 
 }  // namespace wayloom::tools

@@ -80,6 +80,7 @@ CheckResult checkRadio(const linux_::RadioStatus& status, const std::string& ker
 CheckResult checkFixes(const linux_::FixStatus& status);
 CheckResult checkKit(const KitNames& venue);
 // Asks the servers that the configuration names, without changing anything on them.
-std::vector<CheckResult> checkServers(platform::HttpClient& http, const TWLConfig& configuration);
+std::vector<CheckResult> checkServers(platform::HttpClient& http, platform::TaskScheduler& tasks,
+                                      const TWLConfig& configuration);
 
 }  // namespace wayloom::tools

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "wayloom/posix/CurlHttpClient.hpp"
+#include "wayloom/posix/MainLoop.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
 
 #include "backends/sim/JsonText.hpp"
@@ -70,8 +71,9 @@ class Doctor : private linux_::ScannerListener, private linux_::FixListener {
       const KitNames venue(options_.venue);
       report(checkKit(venue));
       if (!options_.network) return;
+      posix::MainLoop tasks;
       posix::CurlHttpClient http;
-      for (const auto& result : checkServers(http, TWLConfig(*venue.platform()))) report(result);
+      for (const auto& result : checkServers(http, tasks, TWLConfig(*venue.platform()))) report(result);
     } catch (const std::runtime_error& error) {
       report({"venue", Diagnosis::venueUnusable, error.what(), "See docs/venue.md for what a venue folder holds."});
     }

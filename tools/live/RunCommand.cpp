@@ -72,10 +72,6 @@ class ShownHttpClient : public platform::HttpClient {
     printer_.tell(&sim::ReplayListener::requested, request);
     return client_->send(std::move(request), queue, std::move(handler));
   }
-  platform::HttpResponse sendSynchronously(platform::HttpRequest request) override {
-    printer_.tell(&sim::ReplayListener::requested, request);
-    return client_->sendSynchronously(std::move(request));
-  }
 
  private:
   std::shared_ptr<platform::HttpClient> client_;

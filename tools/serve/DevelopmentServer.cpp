@@ -204,7 +204,7 @@ class DevelopmentServer::Implementation : public httplib::Server {
     });
     if (isWhole && fits) return true;
     current->endsConnection = true;
-    response.set_header("Date", sim::httpDate(now()));
+    response.set_header("Date", platform::httpDate(now()));
     if (fits)
       answer(response, 400, "the body is cut off or malformed");
     else

@@ -122,6 +122,7 @@ class TWLMapConfigRepo {
   friend class MapUpdate;
 
   std::optional<std::string> builtInPath() const;
+  std::size_t largestBody(const std::string& url) const;
   void beginUpdate(platform::CalendarTime cutOff);
   void forgetEndedUpdates();
   void tellUpdateObserver(MapUpdateStep step);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -19,12 +20,18 @@ using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 // The value of the first header of that name, compared without case; null when there is none.
 const std::string* findHeader(const HttpHeaders& headers, std::string_view name);
 
+inline constexpr std::size_t kMaximumHttpBody = 256U << 20U;  // bytes
+
 struct HttpRequest {
   std::string method = "GET";  // "GET", "HEAD" or "POST"
   std::string url = {};        // absolute; an empty or malformed one fails with an error
   HttpHeaders headers = {};
   std::string body = {};
-  Duration timeout = std::chrono::seconds(60);  // without any progress; ten times as long as a whole
+  // Without any progress while it has a connection. Ten times as long as a whole, from send() on: a request that waits
+  // for its turn at a silent server ends, too.
+  Duration timeout = std::chrono::seconds(60);
+  // Of the answer, after decompression; a longer one is an error.
+  std::size_t maximumBody = kMaximumHttpBody;
 };
 
 // What came back. With an error (no route, time-out, too large, ...) status is 0 and the rest may be empty. A status
@@ -52,14 +59,13 @@ class HttpClient {
 
   virtual ~HttpClient() = default;
 
-  // Starts the request and returns; the handler runs once, on the queue, never inside send(). Any thread. Bodies over
-  // kMaximumHttpBody bytes fail with an error.
+  // Starts the request and returns; the handler runs once, on the queue, never inside send(); not at all when the queue
+  // is gone by then. Any thread.
   [[nodiscard]] virtual std::unique_ptr<HttpTask> send(HttpRequest request, TaskQueue& queue, Handler handler) = 0;
-
-  // Blocks until the request has ended. Not for the main thread.
-  virtual HttpResponse sendSynchronously(HttpRequest request) = 0;
 };
 
-inline constexpr std::size_t kMaximumHttpBody = 256U << 20U;
+// Sends and blocks the calling thread until the request has ended; with an error, when the scheduler shuts down
+// meanwhile. Not for the main thread. A thread of the scheduler is made up for by another one, as in any wait.
+HttpResponse sendSynchronously(HttpClient& client, TaskScheduler& tasks, HttpRequest request);
 
 }  // namespace wayloom::platform

@@ -19,6 +19,7 @@
 #include "wayloom/platform/DeviceIdentity.hpp"
 #include "wayloom/platform/FileManager.hpp"
 #include "wayloom/platform/HttpClient.hpp"
+#include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/LocationServices.hpp"
 #include "wayloom/platform/LogSink.hpp"
 #include "wayloom/platform/NotificationCenter.hpp"
@@ -31,9 +32,9 @@
 
 namespace wayloom::platform {
 
-// The services a Platform is made of; all must be set, save the last. To inject faults or to record, wrap one before
-// the Platform is made: services.http = std::make_shared<SlowHttpClient>(services.http). They are destroyed in reverse
-// order.
+// The services a Platform is made of; all must be set, save the last two. To inject faults or to record, wrap one
+// before the Platform is made: services.http = std::make_shared<SlowHttpClient>(services.http). They are destroyed in
+// reverse order.
 struct PlatformServices {
   std::shared_ptr<LogSink> console;    // the engine's levelled log
   std::shared_ptr<LogSink> systemLog;  // plain lines of the positioning and map classes
@@ -50,6 +51,8 @@ struct PlatformServices {
   std::shared_ptr<LocationServices> location;
   std::shared_ptr<CBCentralManager> bluetooth;
   std::shared_ptr<WidgetFactory> widgets = nullptr;  // null where there is no screen: a host then makes no map view
+  // Of a server's document, be it a kit, a map configuration or an answer: a larger one is an error.
+  DocumentLimits documentLimits = {};
 };
 
 // Destroy every object made on a Platform before the Platform itself.
@@ -74,6 +77,7 @@ class Platform {
   HttpClient& http() { return *services_.http; }
   LocationServices& location() { return *services_.location; }
   CBCentralManager& bluetooth() { return *services_.bluetooth; }
+  const DocumentLimits& documentLimits() const { return services_.documentLimits; }
   WidgetFactory* widgets() { return services_.widgets.get(); }  // null where there is no screen
   NotificationCenter& notificationCenter() { return notificationCenter_; }
   NotificationQueue& notificationQueue() { return *notificationQueue_; }

@@ -43,7 +43,8 @@ class TWLManager : public TGFManagerDelegate, public platform::CLLocationManager
   static std::unique_ptr<TWLManager> manager(platform::Platform& platform);
   static std::unique_ptr<TWLManager> managerWithDelegate(platform::Platform& platform, TWLManagerDelegate* delegate);
 
-  // Starts the engine, with the settings of the Wayloom property list. `services` go to the engine.
+  // Starts the engine, with the settings of the Wayloom property list. `services` go to the engine. Throws
+  // MissingUsageDescription, as TGFManager does; so do the two above.
   explicit TWLManager(platform::Platform& platform, TWLManagerDelegate* delegate = nullptr,
                       TGFManagerServices services = {});
   // Stops the engine and the geographic fixes; no callback follows, and one under way on another thread is waited for.

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "wayloom/platform/Platform.hpp"
@@ -21,6 +22,8 @@ struct PlatformOptions {
   std::string documents = {};       // what the library keeps: made when it is missing
   std::string settings = {};        // user defaults and the device identifier; empty: ".settings" in `documents`
   CurlHttpOptions http = {};
+  // Of a server's document; empty: a sixteenth of the memory that the process may have, up to the usual limits.
+  std::optional<platform::DocumentLimits> documentLimits = {};
   std::shared_ptr<MainLoop> loop = {};  // empty: one of its own, which services.tasks then holds
   // What hears beacons, usually a RangerLocationServices that is made on `loop` and fed by a radio; empty: nothing
   // does, and region monitoring is not available.

@@ -26,7 +26,6 @@ class FaultyHttpClient : public platform::HttpClient {
 
   [[nodiscard]] std::unique_ptr<platform::HttpTask> send(platform::HttpRequest request, platform::TaskQueue& queue,
                                                          Handler handler) override;
-  platform::HttpResponse sendSynchronously(platform::HttpRequest request) override;
 
   void setFaults(const HttpFaults& faults) { faults_ = faults; }
 

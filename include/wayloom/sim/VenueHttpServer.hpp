@@ -34,7 +34,6 @@ class VenueHttpServer : public platform::HttpClient {
 
   [[nodiscard]] std::unique_ptr<platform::HttpTask> send(platform::HttpRequest request, platform::TaskQueue& queue,
                                                          Handler handler) override;
-  platform::HttpResponse sendSynchronously(platform::HttpRequest request) override;
 
   void setNetworkUp(bool up) { networkUp_ = up; }
   void setLatency(platform::Duration latency) { latency_ = latency; }
