@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "tools/common/FolderFaults.hpp"
+#include "tools/common/VenueFault.hpp"
 #include "tools/common/VenuePlans.hpp"
 
 namespace wayloom::tools {

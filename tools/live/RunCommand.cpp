@@ -16,7 +16,7 @@
 #include "tools/common/Command.hpp"
 #include "tools/common/DocumentsFolder.hpp"
 #include "tools/common/EngineOptions.hpp"
-#include "tools/common/FolderFaults.hpp"
+#include "tools/common/VenueFault.hpp"
 #include "tools/common/VenuePlans.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"
@@ -88,9 +88,11 @@ class Run {
         shown_(printer_, loop_) {}
 
   int run() {
-    if (const auto fault = documentsFault(documents_.path()); !fault.empty()) return fail(fault);
     makePlatform();
-    if (const auto fault = venueFault(); !fault.empty()) return fail(fault);
+    if (const auto fault = venueFault(); !fault.empty()) {
+      complain(fault);
+      return kRunFailed;
+    }
     manager_ = std::make_unique<sim::TellingManager<LivePrinter>>(*platform_, shown_);
     location_->setDeliveryObserver(
         [this] { shown_.tell(&sim::ReplayListener::located, manager_->currentMapLocation()); });
@@ -108,11 +110,6 @@ class Run {
   }
 
  private:
-  static int fail(const std::string& fault) {
-    complain(fault);
-    return kRunFailed;
-  }
-
   // With a network the kit is not the folder's.
   std::string venueFault() {
     std::string fault;

@@ -1,9 +1,7 @@
-#include "tools/common/FolderFaults.hpp"
+#include "tools/common/VenueFault.hpp"
 
-#include <cerrno>
 #include <filesystem>
 #include <system_error>
-#include <unistd.h>
 
 #include "wayloom/posix/PlistReader.hpp"
 
@@ -17,13 +15,6 @@ std::string propertyListFault(const std::string& venue) {
     if (!posix::PlistReader().readDictionary(path)) return path + ": can't be read as a property list";
   }
   return {};
-}
-
-std::string documentsFault(const std::string& folder) {
-  std::error_code failure;
-  std::filesystem::create_directories(folder, failure);
-  if (!failure && ::access(folder.c_str(), W_OK | X_OK) != 0) failure = {errno, std::generic_category()};
-  return failure ? folder + ": " + failure.message() : std::string();
 }
 
 }  // namespace wayloom::tools
