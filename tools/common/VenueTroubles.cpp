@@ -27,7 +27,9 @@ class VenueInspection {
   void inspect(VenuePart part) {
     switch (part) {
       case VenuePart::addresses:
-        return inspectAddresses();
+        return inspectAddresses(false);
+      case VenuePart::serverAddresses:
+        return inspectAddresses(true);
       case VenuePart::usage:
         return inspectUsage();
       case VenuePart::builtInMaps:
@@ -49,9 +51,9 @@ class VenueInspection {
     return true;
   }
 
-  void inspectAddresses() {
+  void inspectAddresses(bool oneWillDo) {
     const bool hasEngines = inspectList("/bundle/Geofold.plist");
-    if (!inspectList("/bundle/Wayloom.plist") && !hasEngines)
+    if (!inspectList("/bundle/Wayloom.plist") && !(hasEngines && oneWillDo))
       tell("/bundle/Wayloom.plist", "is missing: it says where the venue's servers are");
   }
 

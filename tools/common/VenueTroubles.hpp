@@ -9,10 +9,11 @@ namespace wayloom::tools {
 
 // What a command may need of a venue folder.
 enum class VenuePart {
-  addresses,    // bundle/Wayloom.plist and bundle/Geofold.plist, at least one of them
-  usage,        // bundle/Info.plist, which says what locations are for
-  builtInMaps,  // bundle/map_config.json, with a map
-  kit           // server/kit.json
+  addresses,        // bundle/Wayloom.plist; a Geofold.plist beside it must not be broken either
+  serverAddresses,  // one of the two will do
+  usage,            // bundle/Info.plist, which says what locations are for
+  builtInMaps,      // bundle/map_config.json, with a map
+  kit               // server/kit.json
 };
 
 // Why parts of the venue are missing or can't be used, a text each that begins with the file.

@@ -8,7 +8,6 @@
 #include "wayloom/linux/LinuxPlatform.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
-#include "wayloom/regions/MissingUsageDescription.hpp"
 #include "wayloom/sim/CallbackLogSink.hpp"
 #include "wayloom/sim/VenueHttpServer.hpp"
 
@@ -16,8 +15,7 @@
 #include "tools/common/Command.hpp"
 #include "tools/common/DocumentsFolder.hpp"
 #include "tools/common/EngineOptions.hpp"
-#include "tools/common/VenueFault.hpp"
-#include "tools/common/VenuePlans.hpp"
+#include "tools/common/VenueTroubles.hpp"
 #include "tools/live/LiveLoop.hpp"
 #include "tools/live/LiveOptions.hpp"
 
@@ -89,10 +87,6 @@ class Run {
 
   int run() {
     makePlatform();
-    if (const auto fault = venueFault(); !fault.empty()) {
-      complain(fault);
-      return kRunFailed;
-    }
     manager_ = std::make_unique<sim::TellingManager<LivePrinter>>(*platform_, shown_);
     location_->setDeliveryObserver(
         [this] { shown_.tell(&sim::ReplayListener::located, manager_->currentMapLocation()); });
@@ -110,13 +104,6 @@ class Run {
   }
 
  private:
-  // With a network the kit is not the folder's.
-  std::string venueFault() {
-    std::string fault;
-    if (options_.network || readKit(*platform_, venue_, fault)) fault = propertyListFault(venue_);
-    return fault;
-  }
-
   void makePlatform() {
     auto services = linux_::makeServices(
         {.posix = {.mainBundle = venue_ + "/bundle", .documents = documents_.path(), .loop = loop_.tasks()},
@@ -152,12 +139,11 @@ class Run {
 };
 
 int runLive(const Options& options) {
-  try {
-    return Run(options).run();
-  } catch (const MissingUsageDescription& missing) {
-    complain(fmt::format("{}/bundle/Info.plist: {}", options.engine.venue, missing.what()));
-    return kRunFailed;
-  }
+  const auto& venue = options.engine.venue;
+  if (tellTroubles(venue, {VenuePart::addresses, VenuePart::usage})) return kRunFailed;
+  // With a network the kit is not the folder's.
+  if (!options.network && tellTroubles(venue, {VenuePart::kit})) return kRunFailed;
+  return Run(options).run();
 }
 
 }  // namespace

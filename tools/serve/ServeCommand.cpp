@@ -97,7 +97,7 @@ sigset_t blockStopSignals() {
 }
 
 int serve(const Options& options) {
-  if (tellTroubles(options.venue, {VenuePart::addresses, VenuePart::kit})) return kRunFailed;
+  if (tellTroubles(options.venue, {VenuePart::serverAddresses, VenuePart::kit})) return kRunFailed;
   const auto signals = blockStopSignals();
   std::string error;
   const auto server = DevelopmentServer::start(serverOptions(options), error);
