@@ -16,7 +16,7 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::string kCommand = std::string(WAYLOOM_BINARY_DIR) + "/wayloom ";
+const std::string kWayloom = std::string(WAYLOOM_BINARY_DIR) + "/wayloom ";
 const std::string kVenue = std::string(WAYLOOM_SOURCE_DIR) + "/tests/tools/data/venue";
 const std::string kRecording = std::string(WAYLOOM_SOURCE_DIR) + "/tests/tools/data/expiry.jsonl";
 
@@ -28,11 +28,11 @@ TEST(Output, LossesAreToldApart) {
   sim::writeVenue(folder);
   folder.write("truth.jsonl", "{\"t\":1,\"type\":\"truth\",\"map_id\":\"lobby\",\"x\":1,\"y\":2}\n");
   const std::string venue = " --venue " + folder.path() + " ";
-  const std::string replay = kCommand + "replay --venue " + kVenue + " --events all " + kRecording;
-  const std::string evaluate = kCommand + "evaluate" + venue + folder.path() + "/truth.jsonl";
-  const std::string simulate = kCommand + "simulate" + venue + "--seed 1 --stops 10000";
+  const std::string replay = kWayloom + "replay --venue " + kVenue + " --events all " + kRecording;
+  const std::string evaluate = kWayloom + "evaluate" + venue + folder.path() + "/truth.jsonl";
+  const std::string simulate = kWayloom + "simulate" + venue + "--seed 1 --stops 10000";
   const std::string update =
-      kCommand + "maps update --time-limit 5 --documents " + folder.path() + "/documents" + venue;
+      kWayloom + "maps update --time-limit 5 --documents " + folder.path() + "/documents" + venue;
   struct Case {
     std::string line;
     int status;
@@ -44,18 +44,18 @@ TEST(Output, LossesAreToldApart) {
       {replay + " >/dev/full", 1, full},
       {replay + " >&-", 1, notOpen},
       {replay + " | head -1", 0, ""},
-      {kCommand + "replay --venue " + kVenue + " nosuch 2>/dev/full", 1, ""},
-      {kCommand + "replay --venue " + kVenue + " nosuch 2>&-", 1, ""},
+      {kWayloom + "replay --venue " + kVenue + " nosuch 2>/dev/full", 1, ""},
+      {kWayloom + "replay --venue " + kVenue + " nosuch 2>&-", 1, ""},
       {evaluate, 0, ""},
       {evaluate + " >/dev/full", 1, full},
       {evaluate + " | true", 0, ""},
       {simulate + " | head -1", 0, ""},
       {simulate + " >/dev/full", 1, full},
       {simulate + " -o /dev/full", 1, "/dev/full: No space left on device"},
-      {kCommand + "maps check" + venue + ">/dev/full", 1, full},
+      {kWayloom + "maps check" + venue + ">/dev/full", 1, full},
       {update + "2>/dev/full", 1, ""},
-      {kCommand + "--help >/dev/full", 1, full},
-      {kCommand + "oops >/dev/full 2>/dev/full", 2, ""},
+      {kWayloom + "--help >/dev/full", 1, full},
+      {kWayloom + "oops >/dev/full 2>/dev/full", 2, ""},
   };
   for (const auto& [line, status, said] : cases) {
     EXPECT_EQ(run("{ " + line + "; } 2>" + folder.path() + "/said").status, status) << line;
@@ -65,7 +65,7 @@ TEST(Output, LossesAreToldApart) {
 }
 
 TEST(Output, WrongWordsAreAnsweredWithTheNearest) {
-  const auto said = [](const std::string& arguments) { return runShell(kCommand + arguments + " 2>&1").output; };
+  const auto said = [](const std::string& arguments) { return runShell(kWayloom + arguments + " 2>&1").output; };
   EXPECT_THAT(said("repaly x"), HasSubstr("There is no repaly. Did you mean replay?\n"));
   EXPECT_THAT(said("evalaute"), HasSubstr("Did you mean evaluate?\n"));
   EXPECT_THAT(said("replay --venue " + kVenue + " --evnts=all x"), HasSubstr("Did you mean --events?\n"));
@@ -83,7 +83,7 @@ TEST(Output, StrangersDontReachTheTerminal) {
       << "what is no UTF-8";
   const sim::TestFolder folder;
   folder.write("\033[31m.jsonl", "{}\n");
-  EXPECT_THAT(runShell(kCommand + "replay --venue " + kVenue + " " + folder.path() + "/*.jsonl 2>&1").output,
+  EXPECT_THAT(runShell(kWayloom + "replay --venue " + kVenue + " " + folder.path() + "/*.jsonl 2>&1").output,
               testing::AllOf(HasSubstr("?[31m.jsonl:1: "), testing::Not(HasSubstr("\033"))));
   // JSON has them as escapes, the same whoever writes it.
   const std::string text = "a\n\x7F\u0085\u009f\u00a0\u00e9";
