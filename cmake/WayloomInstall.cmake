@@ -2,20 +2,23 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set(wayloom_targets wayloom)
-if(NOT WAYLOOM_CORE_ONLY)
-  list(APPEND wayloom_targets wayloom_posix wayloom_sim)
-  if(TARGET wayloom_gtk)
-    list(APPEND wayloom_targets wayloom_gtk)
+# Each component has an export set of its own, so that a host needs what it names and no more.
+function(wayloom_export component target)
+  install(TARGETS ${target} EXPORT Wayloom_${component} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(EXPORT Wayloom_${component} FILE Wayloom_${component}.cmake NAMESPACE wayloom::
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom)
+endfunction()
+
+wayloom_export(core wayloom)
+foreach(component IN ITEMS posix sim linux gtk)
+  if(TARGET wayloom_${component})
+    wayloom_export(${component} wayloom_${component})
   endif()
-  if(WAYLOOM_HAS_BLUEZ)
-    list(APPEND wayloom_targets wayloom_linux)
-  endif()
+endforeach()
+if(TARGET wayloom_command)
   install(TARGETS wayloom_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
-install(TARGETS ${wayloom_targets} EXPORT WayloomTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/wayloom DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(EXPORT WayloomTargets NAMESPACE wayloom:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom)
 set(wayloom_resources "${CMAKE_INSTALL_DATADIR}/wayloom/resources")
 configure_package_config_file(cmake/WayloomConfig.cmake.in "${PROJECT_BINARY_DIR}/WayloomConfig.cmake"
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Wayloom PATH_VARS wayloom_resources)
