@@ -1,12 +1,15 @@
-// What a TGFAnalytics lists for upload, and marks when it has been uploaded.
-#include <map>
+#include "analytics/DueRecords.hpp"
 
-#include "wayloom/analytics/TGFAnalytics.hpp"
+#include <algorithm>
+#include <string>
+#include <utility>
+
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/JsonValue.hpp"
 #include "wayloom/platform/Platform.hpp"
 #include "wayloom/regions/TGFLogger.hpp"
 
+#include "storage/InBatches.hpp"
 #include "storage/UtcText.hpp"
 
 namespace wayloom {
@@ -38,30 +41,29 @@ Json beaconSession(const ResultSet& rows) {
   return record;
 }
 
-// The beacon sessions of every region session that is due, in one pass over a table that grows for years.
-std::map<std::int64_t, Json> dueBeaconSessions(DatabaseConnection& connection) {
-  std::map<std::int64_t, Json> bySession;
-  auto rows = connection.executeQuery(
-      "select * from beacon_sessions where region_session_id in (select id from region_sessions where uploaded_at is "
-      "null and exited_at is not null)");
-  while (rows.next()) {
-    auto& list = bySession.try_emplace(rows.integer("region_session_id"), Json::array()).first->second;
-    list.push_back(beaconSession(rows));
-  }
-  return bySession;
+// In the order in which they were seen first, whatever index led to them.
+Json beaconSessionsOf(DatabaseConnection& connection, std::int64_t session) {
+  std::vector<std::pair<std::int64_t, Json>> records;
+  auto rows = connection.executeQuery("select * from beacon_sessions where region_session_id = ?", {session});
+  while (rows.next()) records.emplace_back(rows.integer("id"), beaconSession(rows));
+  std::ranges::sort(records, {}, &std::pair<std::int64_t, Json>::first);
+  Json sorted = Json::array();
+  for (auto& [id, record] : records) sorted.push_back(std::move(record));
+  return sorted;
 }
 
-Json regionSession(const ResultSet& rows) {
+Json regionSession(DatabaseConnection& connection, const ResultSet& rows) {
   Json record = {{"id", rows.integer("id")},
                  {"region_uuid", textOrNull(rows, "region_uuid")},
                  {"region_major", integerOrNull(rows, "region_major")},
                  {"region_minor", integerOrNull(rows, "region_minor")}};
   addDate(record, rows, "entered_at");
   addDate(record, rows, "exited_at");
+  record["beacon_sessions"] = beaconSessionsOf(connection, rows.integer("id"));
   return record;
 }
 
-Json geoSession(const ResultSet& rows) {
+Json geoSession(DatabaseConnection&, const ResultSet& rows) {
   Json record = {{"id", rows.integer("id")},
                  {"region_id", textOrNull(rows, "region_id")},
                  {"latitude", rows.real("latitude")},
@@ -73,7 +75,7 @@ Json geoSession(const ResultSet& rows) {
 }
 
 // Details that somebody else wrote, or damaged, come back empty: the event itself is still told.
-Json event(const ResultSet& rows) {
+Json event(DatabaseConnection&, const ResultSet& rows) {
   auto details = platform::parseJson(rows.text("event_details")).value;
   Json record = {{"id", rows.integer("id")},
                  {"event_type", textOrNull(rows, "event_type")},
@@ -82,72 +84,44 @@ Json event(const ResultSet& rows) {
   return record;
 }
 
-Json recordsOf(DatabaseConnection& connection, const char* query, Json (*record)(const ResultSet&)) {
-  Json records = Json::array();
-  auto rows = connection.executeQuery(query);
-  while (rows.next()) records.push_back(record(rows));
-  return records;
-}
-
 }  // namespace
 
-Json TGFAnalytics::beaconRegionsToBeUploaded() {
+const DueRecords DueRecords::beaconRegions(
+    "select * from region_sessions where uploaded_at is null and exited_at is not null;", regionSession,
+    "update region_sessions set uploaded_at = ? where id = ?;", "Posted beacon sessions to analytics server");
+const DueRecords DueRecords::events("select * from events where uploaded_at is null;", event,
+                                    "update events set uploaded_at = ? where id = ?;",
+                                    "Posted events to analytics server");
+const DueRecords DueRecords::geoRegions(
+    "select * from geo_region_sessions where uploaded_at is null and exited_at is not null;", geoSession,
+    "update geo_region_sessions set uploaded_at = ? where id = ?;", "Posted geo sessions to analytics server");
+
+DueRecords::Ids DueRecords::idsOf(const Json& records) {
+  Ids ids;
+  for (const auto& record : records) ids.push_back(platform::integerValue(platform::member(record, "id")));
+  return ids;
+}
+
+Json DueRecords::list(TGFAnalyticsDatabase& db, storage::UploadLimits& limits, const Ids& except) const {
   Json records = Json::array();
-  db_->databaseQueue().inReadTransaction([&](DatabaseConnection& connection) {
-    records =
-        recordsOf(connection, "select * from region_sessions where uploaded_at is null and exited_at is not null;",
-                  regionSession);
-    if (records.empty()) return;
-    auto beacons = dueBeaconSessions(connection);
-    for (auto& record : records) {
-      const auto found = beacons.find(record["id"].get<std::int64_t>());
-      record["beacon_sessions"] = found == beacons.end() ? Json::array() : std::move(found->second);
+  db.databaseQueue().inReadTransaction([&](DatabaseConnection& connection) {
+    auto rows = connection.executeQuery(query_);
+    while (limits.hasRoom() && rows.next()) {
+      if (std::ranges::find(except, rows.integer("id")) != except.end()) continue;
+      const auto& record = records.emplace_back(read_(connection, rows));
+      limits.take(record.dump(-1, ' ', false, Json::error_handler_t::replace).size());
     }
   });
   return records;
 }
 
-Json TGFAnalytics::geoRegionsToBeUploaded() {
-  Json records = Json::array();
-  db_->databaseQueue().inReadTransaction([&](DatabaseConnection& connection) {
-    records =
-        recordsOf(connection, "select * from geo_region_sessions where uploaded_at is null and exited_at is not null;",
-                  geoSession);
+DueRecords::Ids DueRecords::mark(platform::Platform& platform, TGFAnalyticsDatabase& db, const Ids& ids) const {
+  auto failed = storage::inBatches(db.databaseQueue(), ids, [&](DatabaseConnection& connection, std::int64_t id) {
+    return connection.executeUpdate(mark_, {platform.calendarClock().now(), id});
   });
-  return records;
-}
-
-Json TGFAnalytics::eventsToBeUploaded() {
-  Json records = Json::array();
-  db_->databaseQueue().inReadTransaction([&](DatabaseConnection& connection) {
-    records = recordsOf(connection, "select * from events where uploaded_at is null;", event);
-  });
-  return records;
-}
-
-void TGFAnalytics::markBeaconRegionsUploaded(const Json& records) {
-  mark(records, "update region_sessions set uploaded_at = ? where id = ?;",
-       "Posted beacon sessions to analytics server");
-}
-
-void TGFAnalytics::markGeoRegionsUploaded(const Json& records) {
-  mark(records, "update geo_region_sessions set uploaded_at = ? where id = ?;",
-       "Posted geo sessions to analytics server");
-}
-
-void TGFAnalytics::markEventsUploaded(const Json& records) {
-  mark(records, "update events set uploaded_at = ? where id = ?;", "Posted events to analytics server");
-}
-
-// Each in a transaction of its own, so that recording never waits for more than one.
-void TGFAnalytics::mark(const Json& records, const char* statement, const char* line) {
-  for (const auto& record : records) {
-    const auto id = platform::integerValue(platform::member(record, "id"));
-    const bool marked = db_->inTransaction([&](DatabaseConnection& connection, bool&) {
-      connection.executeUpdate(statement, {now(), id});
-    });
-    if (marked) TGFLogger::log(platform_, TGFLogLevel::info, line);
-  }
+  for (auto marked = ids.size() - failed.size(); marked > 0; --marked)
+    TGFLogger::log(platform, TGFLogLevel::info, line_);
+  return failed;
 }
 
 }  // namespace wayloom

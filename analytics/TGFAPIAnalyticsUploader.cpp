@@ -23,6 +23,7 @@ TGFAPIAnalyticsUploader::TGFAPIAnalyticsUploader(platform::Platform& platform)
 void TGFAPIAnalyticsUploader::uploadBeaconRegionsAndGeoRegionsAndEvents(const Json& beaconRegions,
                                                                         const Json& geoRegions, const Json& events,
                                                                         Handler handler) {
+  if (!url_) return uploadBody({}, std::move(handler));
   const auto body = buildBodyWithBeaconRegionsAndGeoRegionsAndEvents(beaconRegions, geoRegions, events);
   uploadBody(body.dump(-1, ' ', false, Json::error_handler_t::replace), std::move(handler));
 }

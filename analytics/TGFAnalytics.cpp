@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "wayloom/analytics/TGFAPIAnalyticsUploader.hpp"
 #include "wayloom/analytics/TGFAnalyticsLogger.hpp"
 #include "wayloom/platform/JsonParser.hpp"
 #include "wayloom/platform/Platform.hpp"
@@ -10,7 +9,9 @@
 #include "wayloom/regions/TGFCircle.hpp"
 #include "wayloom/regions/TGFLogger.hpp"
 
-#include "analytics/OpenSessions.hpp"
+#include "analytics/AnalyticsUpload.hpp"
+#include "analytics/DueRecords.hpp"
+#include "storage/NewRowLimit.hpp"
 #include "storage/UtcText.hpp"
 
 namespace wayloom {
@@ -21,8 +22,32 @@ using storage::DatabaseConnection;
 
 namespace {
 
+constexpr double kNewBeaconsAtOnce = 20000.0;
+
 std::optional<std::string> uuidText(const std::optional<platform::UUID>& uuid) {
   return uuid ? std::optional(uuid->string()) : std::nullopt;
+}
+
+// The session of the region that was entered last, of those that are open. A minor without a major counts for nothing
+// here, though it is stored: such a session is never found again.
+std::optional<std::int64_t> openSession(DatabaseConnection& connection, const TGFBeaconRegion& region) {
+  const auto uuid = uuidText(region.uuid());
+  auto rows =
+      region.hasMajor() && region.hasMinor()
+          ? connection.executeQuery(
+                "select id from region_sessions where entered_at is not null and exited_at is null and region_uuid = ? "
+                "and region_major = ? and region_minor = ? order by entered_at desc;",
+                {uuid, region.major(), region.minor()})
+      : region.hasMajor()
+          ? connection.executeQuery(
+                "select id from region_sessions where entered_at is not null and exited_at is null and region_uuid = ? "
+                "and region_major = ? and region_minor is null order by entered_at desc;",
+                {uuid, region.major()})
+          : connection.executeQuery(
+                "select id from region_sessions where entered_at is not null and exited_at is null and region_uuid = ? "
+                "and region_major is null and region_minor is null order by entered_at desc;",
+                {uuid});
+  return rows.next() ? std::optional(rows.integer(0)) : std::nullopt;
 }
 
 template <class Number>
@@ -44,12 +69,13 @@ TGFAnalytics::TGFAnalytics(platform::Platform& platform)
     : TGFAnalytics(platform, std::make_unique<TGFAnalyticsDatabase>(platform)) {}
 
 TGFAnalytics::TGFAnalytics(platform::Platform& platform, std::unique_ptr<TGFAnalyticsDatabase> db)
-    : platform_(platform), db_(std::move(db)), openSessions_(std::make_unique<OpenSessions>()) {}
+    : platform_(platform),
+      db_(std::move(db)),
+      newBeacons_(std::make_unique<storage::NewRowLimit>(platform, "The analytics store", kNewBeaconsAtOnce,
+                                                         std::chrono::hours(1))),
+      upload_(std::make_unique<AnalyticsUpload>(platform, *db_)) {}
 
-TGFAnalytics::~TGFAnalytics() {
-  scope_.close();
-  uploader_.reset();
-}
+TGFAnalytics::~TGFAnalytics() = default;
 
 void TGFAnalytics::startLogging() {
   if (!logger_) logger_ = std::make_unique<TGFAnalyticsLogger>(platform_);
@@ -64,21 +90,19 @@ std::string TGFAnalytics::formatDate(platform::CalendarTime date) { return stora
 // --- Sessions ---
 
 void TGFAnalytics::openSessionWithRegion(const TGFRegion& region) {
-  db_->inTransaction([&](DatabaseConnection& connection, bool&) { open(connection, region); });
-}
-
-void TGFAnalytics::open(DatabaseConnection& connection, const TGFRegion& region) {
-  if (const auto* beacons = dynamic_cast<const TGFBeaconRegion*>(&region)) {
-    openSessions_->forget(*beacons);
-    connection.executeUpdate(
-        "insert into region_sessions (entered_at, region_uuid, region_major, region_minor) VALUES (?, ?, ?, ?);",
-        {now(), uuidText(beacons->uuid()), presentIf(beacons->hasMajor(), beacons->major()),
-         presentIf(beacons->hasMinor(), beacons->minor())});
-  } else if (const auto* circle = dynamic_cast<const TGFCircle*>(&region)) {
-    connection.executeUpdate(
-        "insert into geo_region_sessions (entered_at, latitude, longitude, radius, region_id) VALUES (?, ?, ?, ?, ?);",
-        {now(), circle->latitude(), circle->longitude(), circle->radius(), circle->identifier()});
-  }
+  db_->inTransaction([&](DatabaseConnection& connection, bool&) {
+    if (const auto* beacons = dynamic_cast<const TGFBeaconRegion*>(&region)) {
+      connection.executeUpdate(
+          "insert into region_sessions (entered_at, region_uuid, region_major, region_minor) VALUES (?, ?, ?, ?);",
+          {now(), uuidText(beacons->uuid()), presentIf(beacons->hasMajor(), beacons->major()),
+           presentIf(beacons->hasMinor(), beacons->minor())});
+    } else if (const auto* circle = dynamic_cast<const TGFCircle*>(&region)) {
+      connection.executeUpdate(
+          "insert into geo_region_sessions (entered_at, latitude, longitude, radius, region_id) VALUES (?, ?, ?, ?, "
+          "?);",
+          {now(), circle->latitude(), circle->longitude(), circle->radius(), circle->identifier()});
+    }
+  });
 }
 
 void TGFAnalytics::closeSessionWithRegion(const TGFRegion& region) {
@@ -91,12 +115,10 @@ void TGFAnalytics::closeSessionWithRegion(const TGFRegion& region) {
 }
 
 void TGFAnalytics::closeBeaconSession(DatabaseConnection& connection, const TGFBeaconRegion& region) {
-  const auto* session = openSessions_->find(connection, region);
-  if (session == nullptr) return;
-  const auto id = session->id;
-  openSessions_->forget(region);
-  if (!connection.executeUpdate("update region_sessions set exited_at = ? where id = ?;", {now(), id}))
-    TGFLogger::log(platform_, TGFLogLevel::error, "Failed to close session id %@", id);
+  const auto session = openSession(connection, region);
+  if (!session) return;
+  if (!connection.executeUpdate("update region_sessions set exited_at = ? where id = ?;", {now(), *session}))
+    TGFLogger::log(platform_, TGFLogLevel::error, "Failed to close session id %@", *session);
 }
 
 void TGFAnalytics::closeGeoSession(DatabaseConnection& connection, const TGFCircle& circle) {
@@ -114,13 +136,36 @@ void TGFAnalytics::updateSessionWithRegionAndBeacons(const TGFRegion& region, co
   const auto* beaconRegion = dynamic_cast<const TGFBeaconRegion*>(&region);
   if (beaconRegion == nullptr || beacons.empty()) return;
   db_->inTransaction([&](DatabaseConnection& connection, bool&) {
-    auto* session = openSessions_->find(connection, *beaconRegion);
-    if (session == nullptr) return;
+    const auto session = openSession(connection, *beaconRegion);
+    if (!session) return;
     for (const auto& beacon : beacons)
-      if (!OpenSessions::note(connection, *session, *beacon, now()))
+      if (!noteBeacon(connection, *session, *beacon))
         TGFLogger::log(platform_, TGFLogLevel::error, "Failed inserting beacon (%@, %@, %@)",
                        uuidText(beacon->uuid()).value_or(""), beacon->major().value_or(0), beacon->minor().value_or(0));
   });
+}
+
+// The new last time of the beacon in the session, or its first; false when SQLite refuses.
+bool TGFAnalytics::noteBeacon(DatabaseConnection& connection, std::int64_t session, const TGFBeacon& beacon) {
+  const auto uuid = uuidText(beacon.uuid());
+  auto rows = connection.executeQuery(
+      "select id from beacon_sessions where region_session_id = ? and beacon_uuid = ? and beacon_major = ? and "
+      "beacon_minor = ?",
+      {session, uuid, beacon.major(), beacon.minor()});
+  bool isKnown = false;
+  bool done = true;
+  while (rows.next()) {
+    isKnown = true;
+    done &= connection.executeUpdate("update beacon_sessions set last_detected_at = ? where id = ?;",
+                                     {now(), rows.integer(0)});
+  }
+  if (isKnown || (!beacon.match().isListed && !newBeacons_->take())) return done;
+  return connection.executeUpdate(
+      "insert into beacon_sessions (region_session_id, first_detected_at,              beacon_uuid,    beacon_major, "
+      "beacon_minor) VALUES (                ?,                 ?,                        ?,               ?,          "
+      "  "
+      "?);",
+      {session, now(), uuid, beacon.major(), beacon.minor()});
 }
 
 // --- Events ---
@@ -140,39 +185,33 @@ void TGFAnalytics::addEventWithDetails(std::string_view type, const Json& detail
 
 // --- Upload ---
 
-struct TGFAnalytics::Due {
-  Json beaconRegions = Json::array();
-  Json events = Json::array();
-  Json geoRegions = Json::array();
-};
+namespace {
 
-void TGFAnalytics::uploadAnalyticsToServer() {
-  if (uploading_.exchange(true)) return;
-  if (!uploadQueue_) uploadQueue_ = platform_.tasks().makeSerialQueue("TGFAnalytics");
-  uploadQueue_->async(scope_.bind([this] { runUpload(); }));
+Json allOf(const DueRecords& kind, TGFAnalyticsDatabase& db) {
+  auto limits = storage::UploadLimits::none();
+  return kind.list(db, limits);
 }
 
-void TGFAnalytics::runUpload() {
-  auto due = std::make_shared<Due>();
-  due->beaconRegions = beaconRegionsToBeUploaded();
-  due->events = eventsToBeUploaded();
-  due->geoRegions = geoRegionsToBeUploaded();
-  if (due->beaconRegions.empty() && due->events.empty() && due->geoRegions.empty()) {
-    uploading_ = false;
-    return;
-  }
-  uploader_ = std::make_unique<TGFAPIAnalyticsUploader>(platform_);
-  uploader_->uploadBeaconRegionsAndGeoRegionsAndEvents(due->beaconRegions, due->geoRegions, due->events,
-                                                       [this, due](bool uploaded) { finishUpload(*due, uploaded); });
+}  // namespace
+
+Json TGFAnalytics::beaconRegionsToBeUploaded() { return allOf(DueRecords::beaconRegions, *db_); }
+
+Json TGFAnalytics::geoRegionsToBeUploaded() { return allOf(DueRecords::geoRegions, *db_); }
+
+Json TGFAnalytics::eventsToBeUploaded() { return allOf(DueRecords::events, *db_); }
+
+void TGFAnalytics::markBeaconRegionsUploaded(const Json& records) {
+  DueRecords::beaconRegions.mark(platform_, *db_, DueRecords::idsOf(records));
 }
 
-void TGFAnalytics::finishUpload(const Due& due, bool uploaded) {
-  if (uploaded) {
-    markBeaconRegionsUploaded(due.beaconRegions);
-    markEventsUploaded(due.events);
-    markGeoRegionsUploaded(due.geoRegions);
-  }
-  uploading_ = false;
+void TGFAnalytics::markGeoRegionsUploaded(const Json& records) {
+  DueRecords::geoRegions.mark(platform_, *db_, DueRecords::idsOf(records));
 }
+
+void TGFAnalytics::markEventsUploaded(const Json& records) {
+  DueRecords::events.mark(platform_, *db_, DueRecords::idsOf(records));
+}
+
+void TGFAnalytics::uploadAnalyticsToServer() { upload_->begin(); }
 
 }  // namespace wayloom

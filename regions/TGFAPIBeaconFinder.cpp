@@ -85,7 +85,9 @@ BeaconMatchPtr TGFAPIBeaconFinder::mergedMatch(const platform::UUID& uuid, Word 
   auto details = emptyDetails();
   for (const auto position : {found.uuid, found.major, found.exact})
     if (position != BeaconIndex::kNone) apply(details, (*entries_)[position]);
-  return std::make_shared<const BeaconMatch>(std::move(details));
+  auto match = std::make_shared<BeaconMatch>(std::move(details));
+  match->isListed = found.exact != BeaconIndex::kNone;
+  return match;
 }
 
 TGFBeacon TGFAPIBeaconFinder::findIBeaconForCLBeacon(const platform::CLBeacon& beacon) const {
@@ -96,6 +98,10 @@ TGFBeaconRegionPtr TGFAPIBeaconFinder::findIBeaconRegionForCLBeaconRegion(
     const platform::CLBeaconRegionPtr& region) const {
   return std::make_shared<const TGFBeaconRegion>(
       region, findAttrsForUUIDMajorMinor(region->proximityUUID(), region->major(), region->minor()));
+}
+
+bool TGFAPIBeaconFinder::lists(const platform::BeaconIdentity& beacon) const {
+  return index_->entriesOf(beacon.uuid, beacon.major, beacon.minor).exact != BeaconIndex::kNone;
 }
 
 bool TGFAPIBeaconFinder::knows(const platform::CLBeaconRegion& region) const {

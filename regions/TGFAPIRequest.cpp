@@ -38,12 +38,12 @@ void TGFAPIRequest::getHandler(const Url& url, Handler handler) {
 
 TGFAPIRequest::Bytes TGFAPIRequest::postBody(const Url& url, std::string body) {
   auto response = platform::sendSynchronously(platform_.http(), platform_.tasks(), makePost(url, std::move(body)));
-  return response.error ? std::nullopt : Bytes(std::move(response.body));
+  return response.isAnswered() ? Bytes(std::move(response.body)) : std::nullopt;
 }
 
 void TGFAPIRequest::postBodyHandler(const Url& url, std::string body, PostHandler handler) {
   transfers_->send(makePost(url, std::move(body)), [handler = std::move(handler)](HttpResponse response) {
-    handler(response.error ? std::nullopt : Bytes(std::move(response.body)));
+    handler(response.isAnswered() ? Bytes(std::move(response.body)) : std::nullopt);
   });
 }
 

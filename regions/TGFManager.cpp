@@ -260,7 +260,7 @@ void TGFManager::putIntoEffect() {
       startRangingIBeacons(*current);
     });
   }
-  startStatusMonitoring(*current);
+  startStatusMonitoring(current);
 }
 
 // --- Regions at the platform ---
@@ -329,12 +329,13 @@ void TGFManager::clearCLRangedRegions() {
 }
 
 // The old reporter goes before the new one comes: both would use the same file.
-void TGFManager::startStatusMonitoring(const TGFKit& kit) {
+void TGFManager::startStatusMonitoring(const TGFKitPtr& kit) {
   const platform::TaskScope::Guard guard(scope_);
   status_.set(nullptr);
   const auto makeStatus = services_.makeStatus;
-  if (!guard || !makeStatus || !kit.statusToken() || !kit.statusURL()) return;
-  std::shared_ptr<StatusReporter> status = makeStatus(platform_, *kit.statusURL(), *kit.statusToken());
+  if (!guard || !makeStatus || !kit->statusToken() || !kit->statusURL()) return;
+  std::shared_ptr<StatusReporter> status = makeStatus(platform_, *kit->statusURL(), *kit->statusToken());
+  if (status) status->setListedBeacons([kit](const platform::BeaconIdentity& beacon) { return kit->lists(beacon); });
   if (guard) status_.set(std::move(status));
 }
 

@@ -17,6 +17,15 @@ using platform::HttpRequest;
 using platform::HttpResponse;
 using platform::Json;
 
+namespace {
+
+// Of a post, whose answer is delivery enough.
+std::optional<Error> failureOf(HttpResponse response) {
+  return response.isAnswered() ? std::nullopt : std::move(response.error);
+}
+
+}  // namespace
+
 TPLAPIRequest::TPLAPIRequest(platform::Platform& platform, std::optional<std::string> token)
     : platform_(platform),
       apiToken_(std::move(token)),
@@ -46,7 +55,7 @@ HttpRequest TPLAPIRequest::newPostRequest(const Url& url) const {
 std::optional<Error> TPLAPIRequest::postSyncBody(const Url& url, std::string json) {
   auto request = newPostRequest(url);
   request.body = std::move(json);
-  return platform::sendSynchronously(platform_.http(), platform_.tasks(), std::move(request)).error;
+  return failureOf(platform::sendSynchronously(platform_.http(), platform_.tasks(), std::move(request)));
 }
 
 std::unique_ptr<platform::HttpTask> TPLAPIRequest::startPost(const Url& url, std::string json,
@@ -54,7 +63,7 @@ std::unique_ptr<platform::HttpTask> TPLAPIRequest::startPost(const Url& url, std
   auto request = newPostRequest(url);
   request.body = std::move(json);
   return platform_.http().send(std::move(request), queue, [handler = std::move(handler)](HttpResponse response) {
-    handler(std::move(response.error));
+    handler(failureOf(std::move(response)));
   });
 }
 

@@ -1,12 +1,13 @@
 #include "wayloom/status/TPLStatusDatabase.hpp"
 
-#include <cstdio>
+#include <algorithm>
 #include <utility>
 
 #include "wayloom/platform/Platform.hpp"
 
-#include "storage/BeaconRows.hpp"
-#include "storage/DatabaseDump.hpp"
+#include "storage/InBatches.hpp"
+#include "storage/NewRowLimit.hpp"
+#include "storage/UploadLimits.hpp"
 #include "storage/UtcText.hpp"
 
 namespace wayloom {
@@ -15,11 +16,33 @@ using storage::DatabaseConnection;
 
 namespace {
 
-constexpr const char* kSchema =
+constexpr const char* kTables =
     "create table if not exists schema_version (version integer);"
     "create table if not exists beacon_sessions (id integer primary key autoincrement,first_detected_at "
     "text,last_detected_at text,beacon_major integer,beacon_minor integer,beacon_uuid text,uuid text,uploaded_at "
     "text);";
+
+// For a sighting and a mark, and for an upload, which asks by these very words.
+constexpr const char* kIndexes =
+    "create index if not exists beacon_sessions_of_beacon on beacon_sessions (beacon_uuid, beacon_major, beacon_minor);"
+    "create index if not exists due_beacon_sessions on beacon_sessions (uploaded_at) where uploaded_at is null or "
+    "datetime(uploaded_at) < datetime(last_detected_at);";
+
+constexpr double kNewBeaconsAtOnce = 20000.0;
+constexpr std::size_t kBytesOfAnEvent = 80;  // in a document, besides the UUID
+
+bool updateSession(DatabaseConnection& connection, const TPLBeacon& beacon, platform::CalendarTime now) {
+  return connection.executeUpdate(
+      "update beacon_sessions set last_detected_at = ? where beacon_uuid = ? and beacon_major = ? and beacon_minor = "
+      "?;",
+      {now, beacon.uuid, beacon.major, beacon.minor});
+}
+
+bool markSession(DatabaseConnection& connection, const TPLBeaconSession& session, platform::CalendarTime now) {
+  return connection.executeUpdate(
+      "update beacon_sessions set uploaded_at = ? where beacon_uuid = ? and beacon_major = ? and beacon_minor = ?;",
+      {now, session.uuid, session.major, session.minor});
+}
 
 }  // namespace
 
@@ -29,8 +52,9 @@ TPLStatusDatabase::TPLStatusDatabase(platform::Platform& platform)
 TPLStatusDatabase::TPLStatusDatabase(platform::Platform& platform, std::optional<std::string> path)
     : platform_(platform),
       databasePath_(std::move(path)),
-      databaseQueue_(platform, databasePath_, kSchema),
-      rows_(std::make_unique<storage::BeaconRows>()) {}
+      databaseQueue_(platform, databasePath_, {kTables, kIndexes}),
+      newBeacons_(std::make_unique<storage::NewRowLimit>(platform, "The status store", kNewBeaconsAtOnce,
+                                                         std::chrono::hours(10))) {}
 
 TPLStatusDatabase::~TPLStatusDatabase() = default;
 
@@ -49,10 +73,12 @@ std::string TPLStatusDatabase::formatDate(platform::CalendarTime date) {
 }
 
 bool TPLStatusDatabase::inTransaction(const storage::DatabaseQueue::TransactionCallback& callback) {
-  return databaseQueue_.inTransaction([&](DatabaseConnection& connection, bool& rollback) {
-    rowsStamp_ = 0;
-    callback(connection, rollback);
-  });
+  return databaseQueue_.inTransaction(callback);
+}
+
+void TPLStatusDatabase::setListedBeacons(StatusReporter::IsListed isListed) {
+  const std::lock_guard lock(listMutex_);
+  isListed_ = std::move(isListed);
 }
 
 // --- Sightings ---
@@ -68,21 +94,18 @@ std::optional<TPLBeaconSession> TPLStatusDatabase::rangedBeacon(const TPLBeacon&
 void TPLStatusDatabase::rangedBeacons(std::span<const platform::CLBeacon> beacons) {
   if (beacons.empty()) return;
   databaseQueue_.inTransaction([&](DatabaseConnection& connection, bool&) {
-    if (const auto stamp = connection.stamp(); std::exchange(rowsStamp_, stamp) != stamp) {
-      rows_->clear();
-      rows_->read(connection.executeQuery("select id, beacon_uuid, beacon_major, beacon_minor from beacon_sessions"));
+    for (const auto& ranged : beacons) {
+      const auto beacon = TPLBeacon::beaconWithCLBeacon(ranged);
+      const auto changes = connection.changeCount();
+      if (!updateSession(connection, beacon, now()) || connection.changeCount() != changes) continue;
+      if (mayBeNew(ranged.identity())) insert(connection, beacon);
     }
-    for (const auto& beacon : beacons) note(connection, beacon);
   });
 }
 
-void TPLStatusDatabase::note(DatabaseConnection& connection, const platform::CLBeacon& beacon) {
-  if (const auto* ids = rows_->find(beacon.identity())) {
-    for (const auto id : *ids)
-      connection.executeUpdate("update beacon_sessions set last_detected_at = ? where id = ?;", {now(), id});
-  } else if (insert(connection, TPLBeacon::beaconWithCLBeacon(beacon))) {
-    rows_->add(beacon.identity(), connection.lastInsertRowId());
-  }
+bool TPLStatusDatabase::mayBeNew(const platform::BeaconIdentity& beacon) {
+  const std::lock_guard lock(listMutex_);
+  return !isListed_ || isListed_(beacon) || newBeacons_->take();
 }
 
 std::optional<TPLBeaconSession> TPLStatusDatabase::sessionForBeacon(const TPLBeacon& beacon) {
@@ -111,37 +134,41 @@ bool TPLStatusDatabase::insert(DatabaseConnection& connection, const TPLBeacon& 
 }
 
 void TPLStatusDatabase::updateBeaconSession(const TPLBeacon& beacon) {
-  databaseQueue_.inTransaction([&](DatabaseConnection& connection, bool&) {
-    connection.executeUpdate(
-        "update beacon_sessions set last_detected_at = ? where beacon_uuid = ? and beacon_major = ? and beacon_minor = "
-        "?;",
-        {now(), beacon.uuid, beacon.major, beacon.minor});
-  });
+  inTransaction([&](DatabaseConnection& connection, bool&) { updateSession(connection, beacon, now()); });
 }
 
 // --- Reports ---
 
-std::vector<TPLBeaconSession> TPLStatusDatabase::beaconSessionsToBeUploaded() {
-  std::vector<TPLBeaconSession> sessions;
+TPLStatusDatabase::Sessions TPLStatusDatabase::beaconSessionsToBeUploaded() {
+  auto limits = storage::UploadLimits::none();
+  return beaconSessionsToBeUploaded(limits, {});
+}
+
+TPLStatusDatabase::Sessions TPLStatusDatabase::beaconSessionsToBeUploaded(storage::UploadLimits& limits,
+                                                                          const Sessions& except) {
+  Sessions sessions;
   databaseQueue_.inReadTransaction([&](DatabaseConnection& connection) {
     auto rows = connection.executeQuery(
         "select * from beacon_sessions where uploaded_at is null or datetime(uploaded_at) < "
         "datetime(last_detected_at);");
-    while (rows.next()) sessions.push_back(beaconSessonFromResultSet(rows));
+    while (limits.hasRoom() && rows.next()) {
+      if (std::ranges::find(except, rows.integer("id"), &TPLBeaconSession::beaconSessionId) != except.end()) continue;
+      const auto& session = sessions.emplace_back(beaconSessonFromResultSet(rows));
+      limits.take(session.uuid.size() + kBytesOfAnEvent);
+    }
   });
   return sessions;
 }
 
 void TPLStatusDatabase::markBeaconSessionAsUploaded(const TPLBeaconSession& session) {
-  databaseQueue_.inTransaction([&](DatabaseConnection& connection, bool&) {
-    connection.executeUpdate(
-        "update beacon_sessions set uploaded_at = ? where beacon_uuid = ? and beacon_major = ? and beacon_minor = ?;",
-        {now(), session.uuid, session.major, session.minor});
-  });
+  inTransaction([&](DatabaseConnection& connection, bool&) { markSession(connection, session, now()); });
 }
 
-void TPLStatusDatabase::markBeaconSessionsAsUploaded(const std::vector<TPLBeaconSession>& sessions) {
-  for (const auto& session : sessions) markBeaconSessionAsUploaded(session);
+TPLStatusDatabase::Sessions TPLStatusDatabase::markBeaconSessionsAsUploaded(const Sessions& sessions) {
+  return storage::inBatches(databaseQueue_, sessions,
+                            [this](DatabaseConnection& connection, const TPLBeaconSession& session) {
+                              return markSession(connection, session, now());
+                            });
 }
 
 TPLBeaconSession TPLStatusDatabase::beaconSessonFromResultSet(const storage::ResultSet& rows) {
@@ -152,14 +179,12 @@ TPLBeaconSession TPLStatusDatabase::beaconSessonFromResultSet(const storage::Res
 
 // --- Diagnostics ---
 
-std::string TPLStatusDatabase::dump(DatabaseConnection& connection) {
-  return storage::dumpOf(connection, "select * from beacon_sessions order by id desc");
+void TPLStatusDatabase::dump(DatabaseConnection& connection, const storage::TextSink& sink) {
+  storage::dumpQuery(connection, "select * from beacon_sessions order by id desc", sink);
 }
 
 void TPLStatusDatabase::dumpDatabaseToConsole() {
-  std::string text;
-  databaseQueue_.inReadTransaction([&](DatabaseConnection& connection) { text = dump(connection); });
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  databaseQueue_.inReadTransaction([](DatabaseConnection& connection) { dump(connection, storage::toStandardOutput); });
 }
 
 }  // namespace wayloom

@@ -4,6 +4,8 @@
 
 #include "wayloom/platform/Platform.hpp"
 
+#include "status/UnfinishedUploads.hpp"
+
 namespace wayloom {
 
 TPLStatusManager::TPLStatusManager(platform::Platform& platform, const platform::Json& config)
@@ -11,7 +13,10 @@ TPLStatusManager::TPLStatusManager(platform::Platform& platform, const platform:
 
 TPLStatusManager::TPLStatusManager(platform::Platform& platform, std::unique_ptr<TPLStatusDatabase> db,
                                    const platform::Json& config)
-    : platform_(platform), db_(std::move(db)), eventTracker_(platform, config) {
+    : platform_(platform),
+      config_(config),
+      db_(std::move(db)),
+      eventTracker_(UnfinishedUploads::of(platform).takeOrMake(platform, config)) {
   setupWatchdogQueue();
   startUploadWatchdog();
 }
@@ -24,7 +29,10 @@ std::unique_ptr<TPLStatusManager> TPLStatusManager::withInMemoryDatabase(platfor
 TPLStatusManager::~TPLStatusManager() {
   stopTimedUpload();
   scope_.close();
+  UnfinishedUploads::of(platform_).keep(std::move(eventTracker_), config_);
 }
+
+void TPLStatusManager::setListedBeacons(IsListed isListed) { db_->setListedBeacons(std::move(isListed)); }
 
 void TPLStatusManager::rangedBeacon(const TPLBeacon& beacon) {
   db_->rangedBeacon(beacon);
@@ -42,11 +50,11 @@ void TPLStatusManager::bufferedUpload() {
 }
 
 bool TPLStatusManager::isTimeToUpload() const {
-  const auto last = eventTracker_.lastSuccessfulUpload();
+  const auto last = eventTracker_->lastSuccessfulUpload();
   return !last || platform_.monotonicClock().now() - *last > std::chrono::seconds(uploadThresholdSeconds_);
 }
 
-void TPLStatusManager::uploadEvents() { eventTracker_.uploadEvents(); }
+void TPLStatusManager::uploadEvents() { eventTracker_->uploadEvents(); }
 
 void TPLStatusManager::setupWatchdogQueue() {
   if (!watchdogQueue_) watchdogQueue_ = platform_.tasks().makeSerialQueue("wayloom.pulsekeep.watchdogs");

@@ -41,12 +41,6 @@ const std::optional<DatabaseError>& DatabaseConnection::error() const { return s
 
 void DatabaseConnection::forgetError() { state_->error.reset(); }
 
-std::uint64_t DatabaseConnection::stamp() {
-  auto rows = executeQuery("pragma data_version");
-  const auto version = rows.next() ? static_cast<std::uint32_t>(rows.integer(0)) : 0U;
-  return (state_->epoch << 32U) | version;
-}
-
 void DatabaseConnection::setPatience(platform::Duration patience) {
   const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(patience).count();
   if (isOpen()) sqlite3_busy_timeout(state_->handle, static_cast<int>(milliseconds));
@@ -65,8 +59,11 @@ int DatabaseConnection::logPages() const { return state_->logPages; }
 
 // A connection that has read nothing yet doesn't know of the log.
 bool DatabaseConnection::checkpoint() {
+  int inLog = 0;
+  int moved = 0;
   return executeStatements("pragma schema_version;") &&
-         state_->note(sqlite3_wal_checkpoint_v2(state_->handle, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr));
+         state_->note(sqlite3_wal_checkpoint_v2(state_->handle, nullptr, SQLITE_CHECKPOINT_PASSIVE, &inLog, &moved)) &&
+         moved == inLog;
 }
 
 bool DatabaseConnection::hasMoved() const {

@@ -1,4 +1,7 @@
-#include "storage/DatabaseDump.hpp"
+#include "wayloom/storage/DatabaseDump.hpp"
+
+#include <cstdio>
+#include <string>
 
 namespace wayloom::storage {
 namespace {
@@ -13,19 +16,20 @@ void appendCell(std::string& line, std::string_view text) {
 
 }  // namespace
 
-std::string dumpOf(DatabaseConnection& connection, std::string_view query) {
-  std::string text = std::string(query) + "\n";
+bool dumpQuery(DatabaseConnection& connection, std::string_view query, const TextSink& sink) {
   auto rows = connection.executeQuery(query);
-  std::string line;
+  std::string line = std::string(query) + "\n| ";
   for (int column = 0; column < rows.columnCount(); ++column) appendCell(line, rows.columnName(column));
-  text += "| " + line + " | \n";
+  if (!sink(line + " | \n")) return false;
   while (rows.next()) {
-    line.clear();
+    line = "| ";
     for (int column = 0; column < rows.columnCount(); ++column)
       appendCell(line, rows.isNull(column) ? "(null)" : rows.text(column));
-    text += "| " + line + " |\n";
+    if (!sink(line += " |\n")) return false;
   }
-  return text;
+  return true;
 }
+
+bool toStandardOutput(std::string_view text) { return std::fwrite(text.data(), 1, text.size(), stdout) == text.size(); }
 
 }  // namespace wayloom::storage

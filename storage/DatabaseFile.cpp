@@ -25,4 +25,12 @@ std::shared_ptr<DatabaseFile> DatabaseFile::at(platform::Platform& platform, con
   return made;
 }
 
+// Most of it while others go on writing. They keep adding to the log, so the rest is moved while they wait.
+void DatabaseFile::checkpoint(DatabaseConnection& connection) {
+  const std::lock_guard only(checkpointer);
+  if (connection.checkpoint()) return;
+  const std::lock_guard pause(writer);
+  connection.checkpoint();
+}
+
 }  // namespace wayloom::storage

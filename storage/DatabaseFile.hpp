@@ -6,6 +6,8 @@
 #include <shared_mutex>
 #include <string>
 
+#include "wayloom/storage/DatabaseConnection.hpp"
+
 namespace wayloom {
 
 namespace platform {
@@ -21,11 +23,16 @@ struct DatabaseFile {
   std::shared_mutex gate;
   // Held by whoever writes. It hands the turn on at once, where SQLite's own waiting sleeps and gives up.
   std::mutex writer;
+  // Held by whoever moves the log into the file; before `writer`.
+  std::mutex checkpointer;
   // Grows when the file is begun anew; under `gate`.
   std::uint64_t generation = 0;
 
   // A path of "" is nobody else's.
   static std::shared_ptr<DatabaseFile> at(platform::Platform& platform, const std::string& path);
+
+  // Moves the whole log into the file, so that the next writer begins it anew; less when a reader is in the way.
+  void checkpoint(DatabaseConnection& connection);
 };
 
 }  // namespace storage

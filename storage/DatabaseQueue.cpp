@@ -1,16 +1,22 @@
 #include "wayloom/storage/DatabaseQueue.hpp"
 
+#include <sqlite3.h>
 #include <utility>
 
 #include "wayloom/platform/Platform.hpp"
 
 #include "storage/DatabaseFaults.hpp"
 #include "storage/DatabaseFile.hpp"
+#include "storage/RetryPause.hpp"
 
 namespace wayloom::storage {
 namespace {
 
-constexpr int kCheckpointPages = 1000;  // of 4096 bytes
+constexpr int kSchemaVersion = 1;
+
+// Of 4096 bytes. The first is SQLite's own figure, at which a checkpoint begins in the background.
+constexpr int kCheckpointPages = 1000;
+constexpr int kMostPages = 2500;
 
 // A log that a stalled reader or disk made long is cut when it begins anew.
 constexpr const char* kSettings =
@@ -21,15 +27,31 @@ bool hasNoVersion(DatabaseConnection& connection) {
   return rows.next() && rows.integer(0) == 0;
 }
 
+// Takes back what is not committed at its end, whatever ended it.
+class Rollback {
+ public:
+  explicit Rollback(DatabaseConnection& connection) : connection_(connection) {}
+  ~Rollback() {
+    if (connection_.isInTransaction()) connection_.executeUpdate("rollback");
+  }
+  Rollback(const Rollback&) = delete;
+  Rollback& operator=(const Rollback&) = delete;
+
+ private:
+  DatabaseConnection& connection_;
+};
+
 }  // namespace
 
-DatabaseQueue::DatabaseQueue(platform::Platform& platform, std::optional<std::string> path, const char* schema)
+DatabaseQueue::DatabaseQueue(platform::Platform& platform, std::optional<std::string> path, Schema schema)
     : platform_(platform),
       path_(std::move(path)),
       schema_(schema),
       file_(DatabaseFile::at(platform, path_.value_or(""))),
       faults_(std::make_unique<DatabaseFaults>(platform, path_.value_or("in memory"))),
-      checkpointAt_(kCheckpointPages) {
+      setUpPause_(std::make_unique<RetryPause>()),
+      checkpointAt_(kCheckpointPages),
+      waitAt_(kMostPages) {
   reopen();
 }
 
@@ -65,24 +87,33 @@ bool DatabaseQueue::run(Kind kind, const TransactionCallback& callback) {
     if (kind != Kind::reading) writer.lock();
     transact(kind, callback);
   }
-  return settle(kind, connection_->changeCount() != changesBefore);
+  const bool succeeded = settle(kind, connection_->changeCount() != changesBefore);
+  boundLog();
+  return succeeded;
 }
 
 void DatabaseQueue::transact(Kind kind, const TransactionCallback& callback) {
+  const Rollback atEnd(*connection_);
   bool rollback = false;
   if (kind == Kind::plain) return callback(*connection_, rollback);
   // A transaction that reads first and writes then would be refused if somebody else wrote in between.
   if (!connection_->executeUpdate(kind == Kind::writing ? "begin immediate" : "begin")) return;
   callback(*connection_, rollback);
   if (!rollback && connection_->isInTransaction()) connection_->executeUpdate("commit");
-  if (connection_->isInTransaction()) connection_->executeUpdate("rollback");
 }
 
 // The gate, held, with a connection to the file that the path leads to; nothing when there is none.
 std::shared_lock<std::shared_mutex> DatabaseQueue::enter() {
   for (int attempt = 0; attempt < 2; ++attempt) {
     std::shared_lock gate(file_->gate);
-    if (connection_ && generation_ == file_->generation && !connection_->hasMoved()) return gate;
+    if (connection_ && generation_ == file_->generation && !connection_->hasMoved()) {
+      if (!lacksSetUp_ || !setUpPause_->isOver(platform_.monotonicClock().now())) return gate;
+      const std::lock_guard writer(file_->writer);
+      if (setUp(*connection_)) return gate;
+      connection_.reset();
+      faults_->couldNotOpen();
+      return {};
+    }
     gate.unlock();
     if (!reopen()) break;
   }
@@ -95,12 +126,9 @@ bool DatabaseQueue::reopen() {
   if (connection_ && generation_ == file_->generation) beginAnew();
   connection_.reset();
   generation_ = file_->generation;
+  if (path_) platform_.files().restrictToOwner(*path_);  // when it can't be, opening says why
   auto opened = std::make_unique<DatabaseConnection>(path_);
-  opened->setPatience(faults_->patience());
-  if (!configure(*opened)) {
-    using During = DatabaseFaults::During;
-    if (const auto& error = opened->error())
-      faults_->failed(*error, opened->isOpen() ? During::setUp : During::reading);
+  if (!setUp(*opened)) {
     faults_->couldNotOpen();
     return false;
   }
@@ -119,48 +147,94 @@ void DatabaseQueue::beginAnew() {
     if (files.fileExists(*path_ + suffix)) files.removeFile(*path_ + suffix);
 }
 
-bool DatabaseQueue::configure(DatabaseConnection& connection) {
-  if (!connection.executeStatements(kSettings) || !connection.executeStatements(schema_)) return false;
-  if (hasNoVersion(connection)) connection.executeUpdate("insert into schema_version (version) values (1);");
+// Whether the connection can be used. When only the schema can't be put in place, it is used as it is.
+bool DatabaseQueue::setUp(DatabaseConnection& connection) {
+  connection.setPatience(faults_->patience());
+  lacksSetUp_ = false;
+  if (!connection.isOpen()) {
+    faults_->setUpFailed(*connection.error());
+    return false;
+  }
+  if (isFromALaterVersion(connection)) return false;
   connection.countLogPages();
   checkpointAt_ = kCheckpointPages;
-  return !connection.error();
+  waitAt_ = kMostPages;
+  connection.forgetError();
+  if (!connection.executeStatements(kSettings) || !connection.executeStatements(schema_.tables)) {
+    faults_->setUpFailed(*connection.error());
+    setUpLater();
+    return DatabaseFaults::reachOf(*connection.error()) != DatabaseFaults::Reach::connection;
+  }
+  if (hasNoVersion(connection)) connection.executeUpdate("insert into schema_version (version) values (1);");
+  connection.executeStatements(schema_.indexes);
+  if (const auto& error = connection.error()) {
+    faults_->failed(*error, true);
+    setUpLater();
+  }
+  return true;
+}
+
+// Looked at before anything is touched.
+bool DatabaseQueue::isFromALaterVersion(DatabaseConnection& connection) {
+  auto rows = connection.executeQuery("select max(version) from schema_version");
+  const auto version = rows.next() ? rows.integer(0) : 0;
+  if (version <= kSchemaVersion) return false;
+  faults_->failed({SQLITE_NOTADB, "its schema has version " + std::to_string(version) +
+                                      ", this library knows version " + std::to_string(kSchemaVersion)},
+                  false);
+  return true;
 }
 
 bool DatabaseQueue::settle(Kind kind, bool hasWritten) {
   const auto& error = connection_->error();
   if (!error) {
     faults_->succeeded(hasWritten);
-    checkpointWhenDue();
     return true;
   }
   const bool writes = kind == Kind::writing;
-  faults_->failed(*error, writes ? DatabaseFaults::During::writing : DatabaseFaults::During::reading);
+  faults_->failed(*error, writes);
   if (writes) faults_->lostChange();
-  if (DatabaseFaults::passes(*error)) return false;
-  connection_.reset();
-  faults_->couldNotOpen();
+  const auto reach = DatabaseFaults::reachOf(*error);
+  if (reach == DatabaseFaults::Reach::statement) setUpLater();
+  // What is in memory goes with its connection.
+  if (reach == DatabaseFaults::Reach::connection && path_) {
+    connection_.reset();
+    faults_->couldNotOpen();
+  }
   return false;
 }
 
-// A log that can't be moved is tried again when it has grown as much once more.
-void DatabaseQueue::checkpointWhenDue() {
+void DatabaseQueue::setUpLater() {
+  if (std::exchange(lacksSetUp_, true)) return;
+  setUpPause_->lengthen(platform_.monotonicClock().now());
+}
+
+// A log that can't be moved, because somebody reads for long, is tried again when it has grown as much once more.
+void DatabaseQueue::boundLog() {
+  if (!connection_) return;
   const int pages = connection_->logPages();
-  if (pages < kCheckpointPages) checkpointAt_ = kCheckpointPages;
-  if (pages < checkpointAt_ || checkpointing_.exchange(true)) return;
-  checkpointAt_ = pages + kCheckpointPages;
-  platform_.tasks().backgroundQueue().async(scope_.bind([this] {
-    checkpoint();
-    checkpointing_ = false;
-  }));
+  if (pages < kCheckpointPages) {
+    checkpointAt_ = kCheckpointPages;
+    waitAt_ = kMostPages;
+  }
+  if (pages >= waitAt_) {
+    waitAt_ = pages + kCheckpointPages;
+    file_->checkpoint(*connection_);
+  } else if (pages >= checkpointAt_ && !checkpointing_.exchange(true)) {
+    checkpointAt_ = pages + kCheckpointPages;
+    platform_.tasks().backgroundQueue().async(scope_.bind([this] {
+      checkpointInBackground();
+      checkpointing_ = false;
+    }));
+  }
 }
 
 // On a connection of its own: the callers go on meanwhile.
-void DatabaseQueue::checkpoint() {
+void DatabaseQueue::checkpointInBackground() {
   const std::shared_lock gate(file_->gate);
   if (!path_ || !platform_.files().fileExists(*path_)) return;
   DatabaseConnection connection(path_);
-  connection.checkpoint();
+  file_->checkpoint(connection);
 }
 
 }  // namespace wayloom::storage

@@ -1,16 +1,13 @@
 #include "storage/StatementCache.hpp"
 
-#include <atomic>
+#include <filesystem>
+#include <system_error>
 
 namespace wayloom::storage {
 namespace {
 
 constexpr int kPrimaryCode = 0xFF;
-
-std::uint64_t nextEpoch() {
-  static std::atomic<std::uint64_t> last{0};
-  return ++last;
-}
+constexpr const char* kSystemWithoutLocks = "unix-none";
 
 // A file name as a URI, which alone can say that the file never changes.
 std::string immutableUri(const std::string& path) {
@@ -24,6 +21,12 @@ std::string immutableUri(const std::string& path) {
       (uri += '%').append({kHex[byte >> 4U], kHex[byte & 0xFU]});
   }
   return uri + "?immutable=1";
+}
+
+// Empty files count: SQLite leaves them behind.
+bool hasLog(const std::string& path) {
+  std::error_code failure;
+  return std::filesystem::exists(path + "-wal", failure) || failure;
 }
 
 struct Binder {
@@ -45,28 +48,35 @@ struct Binder {
 
 }  // namespace
 
-DatabaseConnection::State::State(const std::optional<std::string>& path, Access access) : epoch(nextEpoch()) {
+DatabaseConnection::State::State(const std::optional<std::string>& path, Access access) {
   const std::string name = path.value_or(":memory:");
-  if (access == Access::readWrite) {
+  if (access == Access::readWrite)
     open(name, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    return;
-  }
-  open(name, SQLITE_OPEN_READONLY);
-  if (handle != nullptr) note(sqlite3_exec(handle, "select count(*) from sqlite_master;", nullptr, nullptr, nullptr));
-  if (handle == nullptr || !error || (error->code != SQLITE_CANTOPEN && error->code != SQLITE_READONLY)) return;
-  // Reading takes an index of the log, which can't be made here: take the file for one that nobody changes.
-  sqlite3_close_v2(handle);
-  error.reset();
-  open(immutableUri(name), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  else
+    openForReading(name);
 }
 
-void DatabaseConnection::State::open(const std::string& name, int flags) {
-  const int result = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, nullptr);
-  if (note(result)) {
-    const auto countRollback = [](void* current) { *static_cast<std::uint64_t*>(current) = nextEpoch(); };
-    sqlite3_rollback_hook(handle, countRollback, &epoch);
+// Reading beside others takes an index of the log in a file of its own. Where that can't be made, nobody writes either:
+// a connection that has the files for itself keeps the index in memory, and a file without a log never changes.
+void DatabaseConnection::State::openForReading(const std::string& name) {
+  const auto read = [this](const char* statements) {
+    return handle != nullptr && note(sqlite3_exec(handle, statements, nullptr, nullptr, nullptr));
+  };
+  open(name, SQLITE_OPEN_READONLY);
+  if (handle == nullptr || read("select count(*) from sqlite_master;") ||
+      (error->code != SQLITE_CANTOPEN && error->code != SQLITE_READONLY))
     return;
-  }
+  sqlite3_close_v2(handle);
+  error.reset();
+  if (!hasLog(name)) return open(immutableUri(name), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  open(name, SQLITE_OPEN_READONLY, kSystemWithoutLocks);
+  if (handle != nullptr) sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  read("pragma locking_mode = exclusive; select count(*) from sqlite_master;");
+}
+
+void DatabaseConnection::State::open(const std::string& name, int flags, const char* system) {
+  const int result = sqlite3_open_v2(name.c_str(), &handle, flags | SQLITE_OPEN_NOMUTEX, system);
+  if (note(result)) return;
   sqlite3_close_v2(handle);
   handle = nullptr;
 }

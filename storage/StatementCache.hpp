@@ -43,11 +43,11 @@ struct DatabaseConnection::State {
   Cache cache;
   Cache::iterator latest = cache.end();  // a ranging executes the same statement again and again
   std::optional<DatabaseError> error;
-  std::uint64_t epoch;
   int logPages = 0;
 
  private:
-  void open(const std::string& name, int flags);
+  void open(const std::string& name, int flags, const char* system = nullptr);
+  void openForReading(const std::string& name);
   sqlite3_stmt* prepare(std::string_view text, unsigned flags);
 };
 

@@ -87,6 +87,11 @@ std::optional<Error> PosixFileManager::moveFile(const std::string& from, const s
   return moveRegularFile(from, to);
 }
 
+std::optional<Error> PosixFileManager::restrictToOwner(const std::string& path) {
+  if (auto error = refusal(path)) return error;
+  return restrictFileToOwner(path);
+}
+
 std::optional<Error> PosixFileManager::createDirectory(const std::string& path) {
   if (auto error = refusal(path)) return error;
   if (::mkdir(path.c_str(), kDirectoryMode) != 0) return systemError(errno, "cannot create directory", path);

@@ -219,6 +219,17 @@ void removeUnfinishedFiles(const std::string& directory) {
   }
 }
 
+std::optional<Error> restrictFileToOwner(const std::string& path) {
+  const FileDescriptor made = openFile(path, O_WRONLY | O_CREAT | O_EXCL, kOwnersFileMode);
+  if (made) return std::nullopt;
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return systemError(errno, "cannot restrict", path);
+  const mode_t ofOthers = status.st_mode & (S_IRWXG | S_IRWXO);
+  if (S_ISREG(status.st_mode) && ofOthers != 0 && ::chmod(path.c_str(), (status.st_mode & 07777U) ^ ofOthers) != 0)
+    return systemError(errno, "cannot restrict", path);
+  return std::nullopt;
+}
+
 std::optional<Error> makeDirectories(const std::string& path, Readers readers) {
   const bool isOwners = readers == Readers::ownerOnly;
   std::error_code failure;

@@ -60,6 +60,9 @@ std::optional<platform::Error> moveRegularFile(const std::string& from, const st
 // Removes what writes that were cut off have left in the directory. Writes under way in any process are left alone.
 void removeUnfinishedFiles(const std::string& directory);
 
+// Makes a file, empty, when there is none, and takes from everybody but its owner what they may do with it.
+std::optional<platform::Error> restrictFileToOwner(const std::string& path);
+
 // The directory and those above it; error when one can't be made. `readers` is about the directory alone, and not when
 // it was there.
 std::optional<platform::Error> makeDirectories(const std::string& path, Readers readers = Readers::all);

@@ -18,7 +18,6 @@ using platform::Task;
 // The numbers of libcurl, as the client over a real network has them.
 constexpr int kMalformedUrl = 3;
 constexpr int kNoRoute = 6;
-constexpr int kTooLarge = 63;
 
 HttpResponse failure(int code, const char* description) {
   HttpResponse response;
@@ -84,7 +83,8 @@ HttpResponse VenueHttpServer::answer(const HttpRequest& request) const {
   const auto path = venue_->fileFor(request.url);
   auto content = path.empty() ? std::nullopt : files_->readFile(path);
   if (!content) return emptyAnswer(404);
-  if (content->size() > request.maximumBody) return failure(kTooLarge, "The response is too large");
+  if (content->size() > request.maximumBody)
+    return failure(platform::kHttpAnswerTooLarge, "The response is too large");
   HttpResponse response;
   response.status = 200;
   response.headers = {{"Content-Length", std::to_string(content->size())}};

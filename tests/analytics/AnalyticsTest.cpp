@@ -108,6 +108,53 @@ TEST_F(AnalyticsTest, beaconsBelongToTheSessionThatIsOpen) {
   EXPECT_THAT(beacons(), SizeIs(3));
 }
 
+TEST_F(AnalyticsTest, beaconsAreTheSameByTheirNumbersAlone) {
+  TGFAnalytics analytics(world);
+  const auto here = region(1, nullptr), minorOnly = region(nullptr, 7), any = region(nullptr, nullptr);
+  const auto entry = std::make_shared<const TGFBeacon>(Json{{"uuid", kUuid}, {"major", 1}, {"minor", 3}});
+  analytics.openSessionWithRegion(here);
+  for (int i = 0; i < 3; ++i) analytics.updateSessionWithRegionAndBeacons(here, {entry});
+  EXPECT_THAT(beacons(), ElementsAre("1 | 3 | 1448106000.5 | 1448106000.5 | integer | text"));
+  // Closed behind the functions' back.
+  analytics.db().inTransaction([](storage::DatabaseConnection& connection, bool&) {
+    connection.executeUpdate("update region_sessions set exited_at = '1448106000.5'");
+  });
+  analytics.updateSessionWithRegionAndBeacons(here, {at(4, 2.0)});
+  EXPECT_THAT(beacons(), SizeIs(1));
+  // A minor without a major counts for nothing when a session is looked for.
+  analytics.openSessionWithRegion(any);
+  analytics.openSessionWithRegion(minorOnly);
+  analytics.updateSessionWithRegionAndBeacons(minorOnly, {at(4, 2.0)});
+  analytics.updateSessionWithRegionAndBeacons(any, {at(4, 2.0)});
+  EXPECT_EQ(beacons().back(), "2 | 4 | 1448106000.5 | 1448106000.5 | integer | text");
+  EXPECT_THAT(beacons(), SizeIs(2));
+}
+
+TEST_F(AnalyticsTest, identitiesThatSomebodyMakesUpAreBounded) {
+  TGFAnalytics analytics(world);
+  const auto here = region(nullptr, nullptr);
+  analytics.openSessionWithRegion(here);
+  auto listed = std::make_shared<BeaconMatch>();
+  listed->isListed = true;
+  const auto range = [&](std::uint16_t major, const BeaconMatchPtr& match) {
+    TGFBeaconList ranged;
+    for (int minor = 0; minor < 5000; ++minor) {
+      const platform::CLBeacon beacon{test::kVenue, major, static_cast<std::uint16_t>(minor)};
+      ranged.push_back(std::make_shared<const TGFBeacon>(beacon, match));
+    }
+    analytics.updateSessionWithRegionAndBeacons(here, ranged);
+  };
+  const auto numbers = [&] { return world.rows(kFile, "select count(*) from beacon_sessions").at(0); };
+  for (std::uint16_t major = 0; major < 5; ++major) range(major, std::make_shared<BeaconMatch>());
+  EXPECT_EQ(numbers(), "20000");
+  range(5, listed);
+  EXPECT_EQ(numbers(), "25000");
+  EXPECT_THAT(world.takeLog(), ElementsAre(testing::HasSubstr("leaves out beacons that the kit does not list")));
+  world.wait(360);
+  range(4, std::make_shared<BeaconMatch>());
+  EXPECT_EQ(numbers(), "27000");
+}
+
 TEST_F(AnalyticsTest, eventsComeBackAsTheyWere) {
   TGFAnalytics analytics(world);
   const Json details = {{"n", 1}, {"x", 0.1}, {"whole", 2.0}, {"text", "\u00fc\"\n"}, {"deep", {{"a", {1, nullptr}}}}};
@@ -222,6 +269,70 @@ TEST_F(AnalyticsUploadTest, whatWasNotDeliveredIsOfferedAgain) {
   analytics.uploadAnalyticsToServer();
   world.wait(0);
   EXPECT_THAT(world.takeLog(), ElementsAre("Geofold[Info] Posted events to analytics server"));
+}
+
+TEST_F(AnalyticsUploadTest, goesOnDocumentByDocumentUntilNothingIsDue) {
+  const auto sizes = [&] {
+    std::vector<std::size_t> all;
+    for (const auto& request : world.takeRequests()) {
+      const auto body = Json::parse(request.body);
+      EXPECT_LT(request.body.size(), 1500U << 10U);
+      all.push_back((body.contains("step") ? body["step"].size() : 0) +
+                    body["geofold_kit_events"][0]["region_sessions"].size());
+    }
+    return all;
+  };
+  const auto here = region(1, nullptr);
+  for (int i = 0; i < 300; ++i) {
+    analytics.openSessionWithRegion(here);
+    analytics.updateSessionWithRegionAndBeacons(here, {at(4, 2.0)});
+    analytics.closeSessionWithRegion(here);
+  }
+  for (int i = 0; i < 1900; ++i) analytics.addEventWithDetails("step", {{"n", i}});
+  analytics.uploadAnalyticsToServer();
+  world.wait(0);
+  EXPECT_THAT(sizes(), ElementsAre(1000, 1000, 200));
+  for (int i = 0; i < 10; ++i) analytics.addEventWithDetails("step", {{"text", std::string(300000, 'x')}});
+  analytics.uploadAnalyticsToServer();
+  world.wait(0);
+  EXPECT_THAT(sizes(), ElementsAre(4, 4, 2));
+  EXPECT_THAT(analytics.eventsToBeUploaded(), IsEmpty());
+  EXPECT_THAT(analytics.beaconRegionsToBeUploaded(), IsEmpty());
+  // The first that fails ends the pass.
+  for (int i = 0; i < 1500; ++i) analytics.addEventWithDetails("step", {{"n", i}});
+  world.sim.server().setNetworkUp(false);
+  analytics.uploadAnalyticsToServer();
+  world.wait(0);
+  EXPECT_THAT(sizes(), ElementsAre(1000));
+}
+
+TEST_F(AnalyticsUploadTest, whatWasDeliveredAndCanNotBeMarkedIsNotSentAgain) {
+  for (int i = 0; i < 3; ++i) analytics.addEventWithDetails("step", {{"n", i}});
+  const auto sent = [&] {
+    analytics.uploadAnalyticsToServer();
+    world.wait(30);
+    std::string numbers;
+    for (const auto& request : world.takeRequests()) {
+      const auto body = Json::parse(request.body);
+      for (const auto& event : body["step"]) numbers += event["n"].dump();
+    }
+    return numbers;
+  };
+  world.execute(kFile,
+                "create trigger refuse before update on events when old.id = 2 begin select raise(abort, 'no'); end");
+  EXPECT_EQ(sent(), "012");
+  analytics.addEventWithDetails("step", {{"n", 3}});
+  EXPECT_EQ(sent(), "3");
+  EXPECT_EQ(sent(), "");
+  world.execute(kFile, "drop trigger refuse");
+  EXPECT_EQ(sent(), "");
+  EXPECT_THAT(analytics.eventsToBeUploaded(), IsEmpty());
+  // A mark that doesn't last ends the pass, too: once a document, and not without a pause.
+  world.execute(kFile,
+                "create trigger undo after update on events begin update events set uploaded_at = null where id = "
+                "new.id; end");
+  for (int i = 0; i < 1200; ++i) analytics.addEventWithDetails("step", {{"n", 7}});
+  EXPECT_EQ(sent().size(), 1000U);
 }
 
 TEST_F(AnalyticsUploadTest, oneAtATimeAndGoneWithItsObject) {

@@ -66,9 +66,13 @@ TEST_F(Request, SendsItsHeaders) {
   EXPECT_EQ(request->postBody("https://a.example/", "ping"), "pong");
   EXPECT_EQ(request->postBody("https://b.example/", "ping"), std::nullopt);
   EXPECT_EQ(request->postBody(std::nullopt, "ping"), std::nullopt);
+  HttpResponse tooLarge;
+  tooLarge.error = Error{"HTTP", platform::kHttpAnswerTooLarge, "too large"};
+  world.http->answer("POST https://c.example/", tooLarge);
+  EXPECT_EQ(request->postBody("https://c.example/", "ping"), "") << "delivered all the same";
 
   const auto sent = world.http->takeRequests();
-  ASSERT_EQ(sent.size(), 4U);
+  ASSERT_EQ(sent.size(), 5U);
   EXPECT_EQ(sent[0].method + " " + sent[0].url, std::string("GET ") + kUrl);
   const auto token = Pair("AUTHORIZATION", "Token token=\"secret\"");
   const auto device = Pair("X-GF-AppID", "00000000-0000-0000-0000-000000000000");

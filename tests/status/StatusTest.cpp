@@ -147,10 +147,47 @@ TEST_F(StatusTest, triggersDuringAnUploadAreOneMoreAfterIt) {
   EXPECT_THAT(world.takeRequests(), SizeIs(1));
   world.wait(10);
   EXPECT_THAT(world.takeRequests(), SizeIs(1));
-  manager.reset();  // while the second is under way
+  // While the second is under way: it ends and marks. The next manager of the same server goes on with it.
+  manager.reset();
+  manager = std::make_unique<TPLStatusManager>(world, kServer);
+  world.wait(1);
+  EXPECT_TRUE(manager->eventTracker().isUploading());
+  manager.reset();
   world.wait(100);
   EXPECT_THAT(world.takeRequests(), IsEmpty());
-  EXPECT_THAT(world.rows(kFile, "select * from beacon_sessions where uploaded_at is not null"), SizeIs(1));
+  EXPECT_THAT(world.rows(kFile, "select * from beacon_sessions where uploaded_at is null"), IsEmpty());
+}
+
+TEST_F(StatusTest, uploadsDocumentByDocumentUntilNothingIsDue) {
+  TPLStatusDatabase db(world);
+  for (std::uint16_t minor = 0; minor < 2500; ++minor) db.rangedBeacons(std::array{ranged(minor)});
+  TPLStatusManager manager(world, kServer);
+  world.wait(0);
+  std::vector<std::size_t> sizes;
+  for (const auto& request : world.takeRequests())
+    sizes.push_back(Json::parse(request.body)["beacon_status_events"].size());
+  EXPECT_THAT(sizes, ElementsAre(1000, 1000, 500));
+  EXPECT_THAT(db.beaconSessionsToBeUploaded(), IsEmpty());
+}
+
+TEST_F(StatusTest, identitiesThatSomebodyMakesUpAreBounded) {
+  TPLStatusManager manager(world, kServer);
+  manager.stopTimedUpload();
+  manager.setListedBeacons([](const platform::BeaconIdentity& beacon) { return beacon.major == 1; });
+  const auto range = [&](std::uint16_t major, int number) {
+    std::vector<platform::CLBeacon> beacons;
+    for (int minor = 0; minor < number; ++minor)
+      beacons.push_back({.proximityUUID = test::kVenue, .major = major, .minor = static_cast<std::uint16_t>(minor)});
+    manager.db().rangedBeacons(beacons);
+    return world.rows(kFile, "select count(*) from beacon_sessions").at(0);
+  };
+  EXPECT_EQ(range(2, 25000), "20000");
+  EXPECT_EQ(range(1, 100), "20100");
+  EXPECT_EQ(range(2, 25000), "20100");
+  EXPECT_THAT(world.takeLog(), ElementsAre("The status store leaves out beacons that the kit does not list: more than "
+                                           "20000 new ones; sightings left out so far: 1"));
+  world.wait(3600);
+  EXPECT_EQ(range(3, 5000), "22100");
 }
 
 TEST_F(StatusTest, anInMemoryManagerUploadsWhatTheFileHolds) {

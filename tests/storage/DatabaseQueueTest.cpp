@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sqlite3.h>
+#include <stdexcept>
 #include <sys/resource.h>
 #include <thread>
 
@@ -26,6 +27,7 @@ using testing::IsEmpty;
 constexpr const char* kSchema =
     "create table if not exists schema_version (version integer);"
     "create table if not exists notes (id integer primary key autoincrement, text text, bytes blob);";
+constexpr const char* kIndexes = "create index if not exists notes_by_text on notes (text);";
 
 class DatabaseQueueTest : public testing::Test {
  protected:
@@ -35,7 +37,9 @@ class DatabaseQueueTest : public testing::Test {
     platform = std::make_unique<platform::Platform>(services);
   }
 
-  std::unique_ptr<DatabaseQueue> open() { return std::make_unique<DatabaseQueue>(*platform, path, kSchema); }
+  std::unique_ptr<DatabaseQueue> open() {
+    return std::make_unique<DatabaseQueue>(*platform, path, DatabaseQueue::Schema{kSchema, kIndexes});
+  }
   static bool add(DatabaseQueue& queue, const std::string& text) {
     return queue.inTransaction([&](DatabaseConnection& connection, bool&) {
       connection.executeUpdate("insert into notes (text) values (?);", {text});
@@ -48,6 +52,13 @@ class DatabaseQueueTest : public testing::Test {
       if (rows.next()) number = rows.integer(0);
     });
     return number;
+  }
+  void useRealThreads() {
+    auto services = world.services();
+    services.files = std::make_shared<posix::PosixFileManager>(folder.path());
+    services.tasks = std::make_shared<posix::MainLoop>();
+    services.monotonicClock = std::make_shared<posix::PosixMonotonicClock>();
+    platform = std::make_unique<platform::Platform>(services);
   }
   std::vector<std::string> log() { return world.systemLog->take(); }
 
@@ -63,6 +74,16 @@ class Stranger {
   explicit Stranger(const std::string& path) { sqlite3_open(path.c_str(), &handle_); }
   ~Stranger() { sqlite3_close(handle_); }
   void execute(const char* sql) { EXPECT_EQ(sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql; }
+  // The first column.
+  std::vector<std::string> rows(const char* sql) {
+    std::vector<std::string> all;
+    const auto add = [](void* texts, int, char** values, char**) {
+      static_cast<std::vector<std::string>*>(texts)->emplace_back(values[0]);
+      return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(handle_, sql, add, &all, nullptr), SQLITE_OK) << sql;
+    return all;
+  }
 
  private:
   sqlite3* handle_ = nullptr;
@@ -99,25 +120,24 @@ TEST_F(DatabaseQueueTest, keepsValuesOfEveryTypeAndTakesBackWhatIsRolledBack) {
   EXPECT_THAT(log(), IsEmpty());
 }
 
-TEST_F(DatabaseQueueTest, theStampChangesWithWhatOthersWriteAndWithWhatIsTakenBack) {
+TEST_F(DatabaseQueueTest, whatACallbackThrowsReachesTheCallerAndTakesItsTransactionBack) {
   const auto queue = open();
   const auto other = open();
-  const auto stamp = [&] {
-    std::uint64_t seen = 0;
-    queue->inTransaction([&](DatabaseConnection& connection, bool&) { seen = connection.stamp(); });
-    return seen;
-  };
-  const auto first = stamp();
-  add(*queue, "own");
-  EXPECT_EQ(stamp(), first);
-  add(*other, "other");
-  const auto second = stamp();
-  EXPECT_NE(second, first);
-  queue->inTransaction([&](DatabaseConnection& connection, bool& rollback) {
+  EXPECT_THROW(queue->inTransaction([](DatabaseConnection& connection, bool&) {
     connection.executeUpdate("insert into notes (text) values ('x');");
-    rollback = true;
-  });
-  EXPECT_NE(stamp(), second);
+    throw std::runtime_error("the host's");
+  }),
+               std::runtime_error);
+  EXPECT_THROW(queue->inReadTransaction([](DatabaseConnection&) { throw 1; }), int);
+  EXPECT_THROW(queue->inDatabase([](DatabaseConnection& connection) {
+    connection.executeUpdate("begin immediate");
+    throw 1;
+  }),
+               int);
+  EXPECT_TRUE(add(*other, "kept"));
+  EXPECT_TRUE(add(*queue, "kept"));
+  EXPECT_EQ(count(*queue), 2);
+  EXPECT_THAT(log(), IsEmpty());
 }
 
 TEST_F(DatabaseQueueTest, aLockedFileCostsPatienceOnceAndIsUsedAgainAtOnce) {
@@ -194,35 +214,121 @@ TEST_F(DatabaseQueueTest, aRemovedFileIsBegunAnewByAllItsConnections) {
   EXPECT_EQ(count(*one), 3);
 }
 
-TEST_F(DatabaseQueueTest, aDroppedTableComesBack) {
+TEST_F(DatabaseQueueTest, aStatementFailsAloneAndADroppedTableComesBack) {
   const auto queue = open();
-  Stranger(path).execute("drop table notes;");
-  EXPECT_FALSE(add(*queue, "lost"));
+  Stranger(path).execute("drop table notes; create table others (x);");
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_FALSE(queue->inTransaction([](DatabaseConnection& connection, bool&) {
+      EXPECT_FALSE(connection.executeUpdate("insert into notes (text) values ('lost');"));
+      EXPECT_TRUE(connection.executeUpdate("insert into others values (1);"));
+    }));
+  }
+  EXPECT_THAT(Stranger(path).rows("select count(*) from others"), ElementsAre("50"));
+  EXPECT_THAT(log(), ElementsAre(HasSubstr("a statement failed: no such table: notes (1)")));
   world.wait(2);
   EXPECT_TRUE(add(*queue, "kept"));
+  EXPECT_THAT(Stranger(path).rows("select name from sqlite_master where type = 'index'"), ElementsAre("notes_by_text"));
+  EXPECT_THAT(log(), IsEmpty());
 }
 
-TEST_F(DatabaseQueueTest, theLogIsMovedIntoTheFileInTheBackground) {
+TEST_F(DatabaseQueueTest, aDamagedTableLeavesTheOthersUsable) {
+  {
+    Stranger stranger(path);
+    stranger.execute("pragma page_size = 4096; create table damaged (x); create table whole (x);");
+    stranger.execute("insert into damaged values (zeroblob(3000)); insert into damaged values (zeroblob(3000));");
+  }
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(4096).write(std::string(4096, 'x').data(), 4096);  // the root of the first table
+  file.close();
   const auto queue = open();
-  const std::string page(4000, 'x');
-  for (int i = 0; i < 3000; ++i) add(*queue, page);
+  EXPECT_TRUE(add(*queue, "kept"));
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_FALSE(queue->inReadTransaction(
+        [](DatabaseConnection& connection) { EXPECT_FALSE(connection.executeQuery("select * from damaged").next()); }));
+    EXPECT_TRUE(queue->inTransaction([](DatabaseConnection& connection, bool&) {
+      EXPECT_TRUE(connection.executeUpdate("insert into whole values (1);"));
+    }));
+    world.wait(7);
+  }
+  EXPECT_EQ(count(*queue), 1);
+  EXPECT_THAT(log(), ElementsAre(HasSubstr("a statement failed: database disk image is malformed (11)")));
+}
+
+TEST_F(DatabaseQueueTest, whatFailsInMemoryEmptiesNothing) {
+  DatabaseQueue queue(*platform, std::nullopt, {kSchema, kIndexes});
+  EXPECT_TRUE(add(queue, "kept"));
+  EXPECT_FALSE(queue.inTransaction([](DatabaseConnection& connection, bool&) {
+    EXPECT_FALSE(connection.executeUpdate("insert into notes (id) values (1);"));
+    EXPECT_FALSE(connection.executeUpdate("nonsense"));
+  }));
+  EXPECT_EQ(count(queue), 1);
+  EXPECT_TRUE(add(queue, "kept"));
+}
+
+TEST_F(DatabaseQueueTest, aFileOfALaterVersionIsLeftAlone) {
+  Stranger(path).execute("create table schema_version (version integer); insert into schema_version values (1), (2);");
+  const auto bytes = std::filesystem::file_size(path);
+  const auto queue = open();
+  EXPECT_FALSE(add(*queue, "lost"));
+  EXPECT_EQ(count(*queue), -1);
+  EXPECT_THAT(log(), ElementsAre(HasSubstr("its schema has version 2, this library knows version 1")));
+  EXPECT_EQ(std::filesystem::file_size(path), bytes);
+  EXPECT_THAT(Stranger(path).rows("select name from sqlite_master"), ElementsAre("schema_version"));
+}
+
+TEST_F(DatabaseQueueTest, nobodyButItsOwnerMayReadTheFile) {
+  namespace fs = std::filesystem;
+  const auto others = [](const std::string& file) { return fs::status(file).permissions() & fs::perms(077); };
+  {
+    const auto queue = open();
+    add(*queue, "private");
+    for (const char* suffix : {"", "-wal", "-shm"}) EXPECT_EQ(others(path + suffix), fs::perms::none) << suffix;
+  }
+  fs::permissions(path, fs::perms(0644));
+  EXPECT_EQ(count(*open()), 1);
+  EXPECT_EQ(others(path), fs::perms::none);
+}
+
+TEST_F(DatabaseQueueTest, whereNothingCanBeMadeTheSchemaFails) {
+  DatabaseQueue queue(*platform, folder / "missing/notes.sqlite", {kSchema, kIndexes});
+  EXPECT_FALSE(add(queue, "lost"));
+  EXPECT_THAT(log(), ElementsAre("Woah, SQL failed!", HasSubstr("unable to open database file (14)")));
+}
+
+// The log's size is what the disk has to hold beside the file.
+TEST_F(DatabaseQueueTest, theLogIsMovedIntoTheFileAndStaysShort) {
+  const auto logSize = [&] { return std::filesystem::file_size(path + "-wal"); };
+  const auto addPages = [](DatabaseQueue& queue, int number) {
+    for (; number > 0; --number)
+      queue.inTransaction([](DatabaseConnection& connection, bool&) {
+        connection.executeUpdate("insert into notes (bytes) values (zeroblob(4000));");
+      });
+  };
+  auto queue = open();
+  addPages(*queue, 300);
   EXPECT_LT(std::filesystem::file_size(path), 1U << 20U);
-  world.time.runReady();
-  EXPECT_GT(std::filesystem::file_size(path), 10U << 20U);
-  for (int i = 0; i < 900; ++i) add(*queue, page);
-  EXPECT_LT(std::filesystem::file_size(path + "-wal"), 32U << 20U);
-  EXPECT_EQ(count(*queue), 3900);
+  world.time.runReady();  // in the background, when there is time
+  EXPECT_GT(std::filesystem::file_size(path), 1U << 20U);
+  // Where the background gets no time, whoever writes moves it.
+  addPages(*queue, 6000);
+  EXPECT_LT(logSize(), 12U << 20U);
+  queue.reset();
+  // Two writers without a pause, and the background at work.
+  useRealThreads();
+  queue = open();
+  const auto other = open();
+  std::thread thread([&] { addPages(*other, 6000); });
+  addPages(*queue, 6000);
+  thread.join();
+  EXPECT_LT(logSize(), 12U << 20U);
+  EXPECT_EQ(count(*queue), 18300);
 }
 
 // Run by hand for longer: WAYLOOM_LOAD_SECONDS=60.
 TEST_F(DatabaseQueueTest, twoConnectionsUnderLoadLoseNothing) {
   const char* wanted = std::getenv("WAYLOOM_LOAD_SECONDS");  // NOLINT(concurrency-mt-unsafe)
   const auto seconds = std::chrono::seconds(wanted ? std::atoi(wanted) : 1);
-  auto services = world.services();
-  services.files = std::make_shared<posix::PosixFileManager>(folder.path());
-  services.tasks = std::make_shared<posix::MainLoop>();
-  services.monotonicClock = std::make_shared<posix::PosixMonotonicClock>();
-  platform = std::make_unique<platform::Platform>(services);
+  useRealThreads();
   const auto writer = open();
   const auto marker = open();
   std::atomic<std::int64_t> written = 0;

@@ -2,7 +2,9 @@
 """Replays a scripted day, and reads both files with another SQLite client: schema, values, types, times, and what was
 uploaded, all worked out by hand."""
 import json
+import os
 import pathlib
+import sqlite3
 import subprocess
 import tempfile
 import unittest
@@ -11,6 +13,7 @@ import venue
 from venue import UUID
 
 T = 1448092800  # 2015-11-21 08:00:00 UTC
+NOBODY = 65534
 DEVICE = '5761796C-6F6F-4D00-8000-000000000001'
 
 
@@ -65,7 +68,7 @@ STATUS = [  # id, first, last, major, minor, beacon uuid, uuid, uploaded: the fi
 
 def schema(path):
     return {name: sql for name, sql in
-            venue.rows(path, "select name, sql from sqlite_master where name not like 'sqlite_%'")}
+            venue.rows(path, "select name, sql from sqlite_master where type = 'table' and name not like 'sqlite_%'")}
 
 
 def table(name, columns):
@@ -194,6 +197,29 @@ class DayTest(unittest.TestCase):
         bad = dump(self.root / 'bad')
         self.assertEqual(bad.returncode, 1)
         self.assertIn(b'file is not a database', bad.stderr)
+
+    def test_dump_of_a_copy_where_nothing_can_be_written(self):
+        """What is in the log is printed, too; as somebody without special rights when the test is run with them."""
+        os.chmod(self.root, 0o755)
+        for with_log in (True, False):
+            copy = self.root / f'copy-{with_log}'
+            copy.mkdir()
+            live = sqlite3.connect(copy / 'live.sqlite')
+            live.executescript('pragma journal_mode = wal; pragma wal_autocheckpoint = 0;'
+                               'create table beacon_sessions (id integer primary key, note text);'
+                               "insert into beacon_sessions values (1, 'early'); pragma wal_checkpoint;"
+                               "insert into beacon_sessions values (2, 'in the log');")
+            for suffix in ('', '-wal') if with_log else ('',):
+                (copy / ('Pulsekeep.sqlite' + suffix)).write_bytes((copy / ('live.sqlite' + suffix)).read_bytes())
+                (copy / ('Pulsekeep.sqlite' + suffix)).chmod(0o444)
+            live.close()
+            copy.chmod(0o555)
+            user = {'user': NOBODY, 'group': NOBODY, 'extra_groups': []} if os.geteuid() == 0 else {}
+            printed = subprocess.run([OPTIONS.command, 'dump', copy], capture_output=True, **user)
+            copy.chmod(0o755)
+            self.assertEqual((printed.returncode, printed.stderr), (0, b''))
+            self.assertIn(b'| 1 | early | ', printed.stdout)
+            self.assertEqual(b'| 2 | in the log | ' in printed.stdout, with_log)
 
 
 if __name__ == '__main__':

@@ -45,6 +45,14 @@ struct StoreWorld {
     return result;
   }
 
+  // Done to the file by somebody else.
+  void execute(const std::string& file, const std::string& statements) const {
+    sqlite3* handle = nullptr;
+    sqlite3_open((sim.documents() + "/" + file).c_str(), &handle);
+    sqlite3_exec(handle, statements.c_str(), nullptr, nullptr, nullptr);
+    sqlite3_close(handle);
+  }
+
   Lines takeLog() { return std::exchange(log, {}); }
   std::vector<platform::HttpRequest> takeRequests() { return std::exchange(requests, {}); }
 

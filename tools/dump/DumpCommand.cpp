@@ -1,14 +1,17 @@
 // wayloom dump: the tables of both databases, for people to read.
-#include <cstdio>
+#include <chrono>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "wayloom/analytics/TGFAnalyticsDatabase.hpp"
 #include "wayloom/status/TPLStatusDatabase.hpp"
 
 #include "tools/common/Command.hpp"
+#include "tools/common/Output.hpp"
 
 namespace wayloom::tools {
 namespace {
@@ -22,7 +25,9 @@ constexpr const char* kFooter =
     "of\n"
     "each beacon; docs/stores.md describes both. Times are seconds since 1970. The files are only read, and may be in "
     "use\n"
-    "meanwhile; one that is missing is passed over.\n\n"
+    "meanwhile; one that is missing is passed over. A copy is read with the log beside it (\"-wal\"), also where "
+    "nothing\n"
+    "can be written.\n\n"
     "Examples:\n"
     "  wayloom replay --venue examples/venue --documents state walk.jsonl\n"
     "  wayloom dump state\n\n"
@@ -30,21 +35,37 @@ constexpr const char* kFooter =
 
 struct Store {
   const char* file;
-  std::string (*dump)(DatabaseConnection&);
+  void (*dump)(DatabaseConnection&, const storage::TextSink&);
 };
 
 constexpr Store kStores[] = {{"GeofoldAnalytics.sqlite", TGFAnalyticsDatabase::dump},
                              {"Pulsekeep.sqlite", TPLStatusDatabase::dump}};
 
+// Line by line, as somebody wants them; the texts in them are anybody's.
+bool printLines(std::string_view text) {
+  auto& output = standardOutput();
+  for (std::size_t begin = 0, end = 0; (end = text.find('\n', begin)) != text.npos; begin = end + 1)
+    output.print("{}\n", text.substr(begin, end - begin));
+  return output.failure() == 0 && !output.isClosed();
+}
+
 bool print(const Store& store, const std::string& path) {
   DatabaseConnection connection(path, DatabaseConnection::Access::readOnly);
   connection.setPatience(std::chrono::seconds(5));
-  const auto text = connection.error() ? std::string() : store.dump(connection);
+  // In one transaction: all tables as they are at one moment. The name comes with the first line, so that a file that
+  // can't be read prints nothing.
+  if (!connection.error() && connection.executeUpdate("begin")) {
+    bool isNamed = false;
+    store.dump(connection, [&](std::string_view text) {
+      if (connection.error()) return false;
+      if (!std::exchange(isNamed, true)) standardOutput().print("{}\n", store.file);
+      return printLines(text);
+    });
+  }
   if (const auto& error = connection.error()) {
     complain(fmt::format("{}: {}", path, error->message));
     return false;
   }
-  fmt::print("{}\n{}", store.file, text);
   return true;
 }
 
@@ -58,10 +79,6 @@ int dump(const std::string& documents) {
     good = print(store, path) && good;
   }
   if (!anything) complain(fmt::format("{}: there is no database in it", documents));
-  if (std::fflush(stdout) != 0) {
-    complain("standard output: can't be written");
-    return kRunFailed;
-  }
   return anything && good ? kSucceeded : kRunFailed;
 }
 

@@ -19,6 +19,9 @@ class TGFAPIAnalyticsUploader {
 
   explicit TGFAPIAnalyticsUploader(platform::Platform& platform);
 
+  const std::optional<std::string>& url() const { return url_; }
+  TGFAPIRequest& api() { return api_; }
+
   void uploadBeaconRegionsAndGeoRegionsAndEvents(const platform::Json& beaconRegions, const platform::Json& geoRegions,
                                                  const platform::Json& events, Handler handler);
   void uploadBody(std::string body, Handler handler);

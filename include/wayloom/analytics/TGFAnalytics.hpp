@@ -2,15 +2,13 @@
 // geofences, and events that the host raised; kept in a file until it is uploaded, and after.
 #pragma once
 
-#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "wayloom/analytics/TGFAnalyticsDatabase.hpp"
 #include "wayloom/platform/Json.hpp"
-#include "wayloom/platform/TaskScope.hpp"
-#include "wayloom/platform/Tasks.hpp"
 #include "wayloom/platform/Time.hpp"
 #include "wayloom/regions/AnalyticsRecorder.hpp"
 #include "wayloom/regions/TGFBeacon.hpp"
@@ -18,11 +16,14 @@
 
 namespace wayloom {
 
-class OpenSessions;
-class TGFAPIAnalyticsUploader;
+class AnalyticsUpload;
 class TGFAnalyticsLogger;
 class TGFBeaconRegion;
 class TGFCircle;
+
+namespace storage {
+class NewRowLimit;
+}
 
 // Several may work on one file at the same time: the region manager's uploads, and the logger has another one, which
 // records. Operations may be called from any thread and are done when they return; only startLogging, stopLogging and
@@ -42,7 +43,8 @@ class TGFAnalytics : public AnalyticsRecorder {
   // asked: two enters begin two sessions, and an exit ends the one entered last.
   void openSessionWithRegion(const TGFRegion& region);
   void closeSessionWithRegion(const TGFRegion& region);
-  // Notes when the beacons were seen in the open session of a beacon region; nothing without one.
+  // Notes when the beacons were seen in the open session of a beacon region; nothing without one. Of beacons that the
+  // kit does not list by their UUID, major and minor, 20 000 are taken up at once and as many again within an hour.
   void updateSessionWithRegionAndBeacons(const TGFRegion& region, const TGFBeaconList& beacons);
   // The details, an object of texts and numbers, are kept as JSON; what is no object counts as an empty one. An event
   // is refused, with a log line, when they take more than kMostDetails bytes or are nested deeper than the parser goes.
@@ -50,7 +52,7 @@ class TGFAnalytics : public AnalyticsRecorder {
   static constexpr std::size_t kMostDetails = 1U << 20U;
 
   // Arrays of records, objects whose members are columns: the sessions that have ended and the events, as far as they
-  // have not been uploaded.
+  // have not been uploaded. All of them, however many they are.
   platform::Json beaconRegionsToBeUploaded();
   platform::Json geoRegionsToBeUploaded();
   platform::Json eventsToBeUploaded();
@@ -62,31 +64,24 @@ class TGFAnalytics : public AnalyticsRecorder {
   // "2015-11-21T11:40:00Z"
   static std::string formatDate(platform::CalendarTime date);
 
-  // Begins an upload of all that is due, on a queue of its own, and returns. While one is under way, it does nothing.
+  // Begins an upload of all that is due, on a queue of its own, and returns. While one is under way, it does nothing. A
+  // document holds at most 1 000 records or 1 MB, the last record whole; the next follows when it has been delivered.
   void uploadAnalyticsToServer() override;
 
   TGFAnalyticsDatabase& db() { return *db_; }
+  TGFAnalyticsLogger* logger() { return logger_.get(); }  // null unless logging has been started
 
  private:
-  struct Due;
-
-  void open(storage::DatabaseConnection& connection, const TGFRegion& region);
   void closeBeaconSession(storage::DatabaseConnection& connection, const TGFBeaconRegion& region);
   void closeGeoSession(storage::DatabaseConnection& connection, const TGFCircle& circle);
-  void mark(const platform::Json& records, const char* statement, const char* line);
-  void runUpload();
-  void finishUpload(const Due& due, bool uploaded);
+  bool noteBeacon(storage::DatabaseConnection& connection, std::int64_t session, const TGFBeacon& beacon);
   platform::CalendarTime now() const;
 
   platform::Platform& platform_;
   std::unique_ptr<TGFAnalyticsDatabase> db_;
-  std::unique_ptr<OpenSessions> openSessions_;  // used within transactions only
+  std::unique_ptr<storage::NewRowLimit> newBeacons_;  // used within transactions only
   std::unique_ptr<TGFAnalyticsLogger> logger_;
-
-  std::unique_ptr<platform::TaskQueue> uploadQueue_;
-  std::atomic<bool> uploading_ = false;
-  std::unique_ptr<TGFAPIAnalyticsUploader> uploader_;  // of the last pass; made on the upload queue
-  platform::TaskScope scope_;
+  std::unique_ptr<AnalyticsUpload> upload_;
 };
 
 }  // namespace wayloom

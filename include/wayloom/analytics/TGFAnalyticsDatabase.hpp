@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "wayloom/storage/DatabaseDump.hpp"
 #include "wayloom/storage/DatabaseQueue.hpp"
 
 namespace wayloom {
@@ -14,6 +15,7 @@ class TGFAnalyticsDatabase {
  public:
   explicit TGFAnalyticsDatabase(platform::Platform& platform);
   static std::unique_ptr<TGFAnalyticsDatabase> withInMemoryDatabase(platform::Platform& platform);
+  static std::string setupDatabasePath(platform::Platform& platform);  // where the first one keeps its file
 
   // Nothing for a database in memory.
   const std::optional<std::string>& databasePath() const { return databasePath_; }
@@ -25,12 +27,11 @@ class TGFAnalyticsDatabase {
 
   // Prints every table on standard output, the newest rows first.
   void dumpDatabaseToConsole();
-  // The same as a text, of any connection.
-  static std::string dump(storage::DatabaseConnection& connection);
+  // The same of any connection, line by line.
+  static void dump(storage::DatabaseConnection& connection, const storage::TextSink& sink);
 
  private:
   TGFAnalyticsDatabase(platform::Platform& platform, std::optional<std::string> path);
-  static std::string setupDatabasePath(platform::Platform& platform);
 
   const std::optional<std::string> databasePath_;
   storage::DatabaseQueue databaseQueue_;

@@ -28,7 +28,10 @@ class FileManager {
   // Fails when `to` exists. The copy keeps the modification date; it is whole on the disk before it has its name.
   virtual std::optional<Error> copyFile(const std::string& from, const std::string& to) = 0;
   virtual std::optional<Error> moveFile(const std::string& from, const std::string& to) = 0;  // fails when `to` exists
-  virtual std::optional<Error> createDirectory(const std::string& path) = 0;                  // parents are not made
+  // Makes the file, empty, when it is missing. From then on nobody but its owner may read or write it, where the system
+  // has owners.
+  virtual std::optional<Error> restrictToOwner(const std::string&) { return std::nullopt; }
+  virtual std::optional<Error> createDirectory(const std::string& path) = 0;  // parents are not made
   virtual std::optional<std::vector<std::string>> listDirectory(const std::string& path) const = 0;  // sorted names
   virtual std::optional<CalendarTime> modificationDate(const std::string& path) const = 0;
   virtual std::optional<Error> setModificationDate(const std::string& path, CalendarTime date) = 0;

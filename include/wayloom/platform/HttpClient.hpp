@@ -34,6 +34,9 @@ struct HttpRequest {
   std::size_t maximumBody = kMaximumHttpBody;
 };
 
+// The code of the error that an answer beyond the size limit ends with.
+inline constexpr int kHttpAnswerTooLarge = 63;
+
 // What came back. With an error (no route, time-out, too large, ...) status is 0 and the rest may be empty. A status
 // of 400 or more is not an error here.
 struct HttpResponse {
@@ -44,6 +47,8 @@ struct HttpResponse {
 
   // The first header of that name, compared without case.
   std::optional<std::string> header(std::string_view name) const;
+  // Whether the request has reached a server, which has answered: also when the answer was too large to be taken.
+  bool isAnswered() const { return !error || error->code == kHttpAnswerTooLarge; }
 };
 
 // A request under way. Destruction cancels it, and no callback follows; a callback that is running on another thread

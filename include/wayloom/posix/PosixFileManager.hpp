@@ -24,6 +24,7 @@ class PosixFileManager : public platform::FileManager {
   std::optional<platform::Error> removeFile(const std::string& path) override;  // anywhere; directories as writes
   std::optional<platform::Error> copyFile(const std::string& from, const std::string& to) override;
   std::optional<platform::Error> moveFile(const std::string& from, const std::string& to) override;
+  std::optional<platform::Error> restrictToOwner(const std::string& path) override;
   std::optional<platform::Error> createDirectory(const std::string& path) override;
   // Without temporary files of writes that have not ended.
   std::optional<std::vector<std::string>> listDirectory(const std::string& path) const override;

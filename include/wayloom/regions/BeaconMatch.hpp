@@ -35,6 +35,8 @@ class BeaconMatch : public RegionDetails {
   BeaconMatch(const BeaconMatch&) = delete;
   BeaconMatch& operator=(const BeaconMatch&) = delete;
 
+  bool isListed = false;  // an entry of the kit names this very UUID, major and minor
+
   // What a layer above this one reads in the attributes at every ranging: a Reading is made from them when it is first
   // asked for, and then kept, so that no ranging searches a document. Any thread.
   template <class Reading>

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <span>
 
 #include "wayloom/platform/CLBeacon.hpp"
@@ -17,6 +18,11 @@ class StatusReporter {
   virtual void rangedBeacons(std::span<const platform::CLBeacon> beacons) {
     for (const auto& beacon : beacons) rangedBeacon(beacon);
   }
+
+  // Whether the kit names a beacon's UUID, major and minor; may be called on any thread.
+  using IsListed = std::function<bool(const platform::BeaconIdentity&)>;
+  // Told once, before anything else: which beacons are the venue's, among all that anybody may make up.
+  virtual void setListedBeacons(IsListed) {}
 };
 
 }  // namespace wayloom

@@ -47,6 +47,7 @@ class TGFAPIBeaconFinder {
   // Whether the kit names the region's UUID and, for a region with a major, has an entry that could match one of its
   // beacons.
   bool knows(const platform::CLBeaconRegion& region) const;
+  bool lists(const platform::BeaconIdentity& beacon) const;
 
  private:
   // The match of one place of the index: made when somebody asks for it, then never changed.

@@ -43,7 +43,8 @@ class TGFAPIRequest {
   // Starts a GET and returns. The handler runs once, with what the server answered: the HTTP status is not looked at.
   void getHandler(const Url& url, Handler handler);
 
-  // Posts and blocks until the answer is there; nothing when the transfer failed. Not for the main thread.
+  // Posts and blocks until the answer is there; nothing when the transfer failed. An answer that is too large to be
+  // taken is an empty one. Not for the main thread.
   Bytes postBody(const Url& url, std::string body);
   // The same without blocking; the handler runs once.
   using PostHandler = std::function<void(Bytes answer)>;

@@ -46,6 +46,9 @@ class TGFKit {
   // beacons.
   bool knowsRegion(const platform::CLBeaconRegion& region) const { return finder_.knows(region); }
 
+  // Whether an entry of the kit names the beacon's UUID, major and minor.
+  bool lists(const platform::BeaconIdentity& beacon) const { return finder_.lists(beacon); }
+
   // The first geofence, else the first beacon region, with that identifier; or null.
   TGFRegionPtr getRegionForIdentifier(std::string_view identifier) const;
 

@@ -143,7 +143,7 @@ class TGFManager final : public platform::CLLocationManagerDelegate {
   void startRangingIBeacons(const TGFKit& kit);
   void clearCLMonitoredRegions();
   void clearCLRangedRegions();
-  void startStatusMonitoring(const TGFKit& kit);
+  void startStatusMonitoring(const TGFKitPtr& kit);
 
   // Both are false when this manager ends meanwhile.
   template <class Target, class Call>

@@ -30,6 +30,9 @@ class FaultyFileManager : public platform::FileManager {
   std::optional<platform::Error> removeFile(const std::string& path) override;
   std::optional<platform::Error> copyFile(const std::string& from, const std::string& to) override;
   std::optional<platform::Error> moveFile(const std::string& from, const std::string& to) override;
+  std::optional<platform::Error> restrictToOwner(const std::string& path) override {
+    return files_->restrictToOwner(path);
+  }
   std::optional<platform::Error> createDirectory(const std::string& path) override;
   std::optional<std::vector<std::string>> listDirectory(const std::string& path) const override {
     return files_->listDirectory(path);

@@ -38,7 +38,7 @@ class TPLAPIRequest {
   platform::HttpRequest newApiRequest(const Url& url) const;
   platform::HttpRequest newPostRequest(const Url& url) const;
 
-  // Blocks until the server has answered; an error when it has not. Not for the main thread.
+  // Blocks until the server has answered, whatever it says; an error when it has not. Not for the main thread.
   std::optional<platform::Error> postSyncBody(const Url& url, std::string json);
   // The same without blocking: the handler runs on the queue, unless the returned task has been destroyed before.
   using PostHandler = std::function<void(std::optional<platform::Error> error)>;
@@ -58,10 +58,14 @@ class TPLAPIRequest {
   void writeToDiskFromURL(std::string_view bytes, const Url& url);
   std::optional<std::string> readFromDisk(const Url& url) const;
 
- private:
-  void sendTwice(const platform::HttpRequest& request, const Url& url, Handler handler);
+  // What is done with an answer: it is kept, or an earlier one read, then the handler is called.
   void processResponseDataErrorUrlHandler(const std::string& bytes, std::optional<platform::Error> error,
                                           const Url& url, const Handler& handler);
+
+  const std::optional<std::string>& apiToken() const { return apiToken_; }
+
+ private:
+  void sendTwice(const platform::HttpRequest& request, const Url& url, Handler handler);
 
   platform::Platform& platform_;
   const std::optional<std::string> apiToken_;

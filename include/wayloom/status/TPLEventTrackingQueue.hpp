@@ -16,7 +16,8 @@
 namespace wayloom {
 
 // Uploads the beacon sessions that are due, on a serial queue of its own, one upload at a time. Its sessions are always
-// those of the file. Destruction cancels an upload that is under way; its rows stay due.
+// those of the file. A document holds at most 1 000 of them; the next follows as soon as one has been delivered, until
+// nothing is due. Destruction cancels an upload that is under way; its rows stay due.
 class TPLEventTrackingQueue {
  public:
   // "url" and "token" of the status server.
@@ -26,16 +27,24 @@ class TPLEventTrackingQueue {
   // Asks for an upload and returns. Calls that come before it has begun are one with it; those that come while it is
   // under way are together one more after it. Any thread.
   void uploadEvents();
+  // Whether an upload has been asked for and has not ended. Any thread.
+  bool isUploading() const;
 
   // When an upload last ended without an error, having nothing to send included. Any thread.
   std::optional<platform::MonotonicTime> lastSuccessfulUpload() const;
 
+  TPLStatusDatabase& db() { return db_; }
+  TPLStatusUploader& uploader() { return uploader_; }
+  platform::TaskQueue& queue() { return *queue_; }
+
  private:
-  using Sessions = std::vector<TPLBeaconSession>;
+  using Sessions = TPLStatusDatabase::Sessions;
   enum class Run : std::uint8_t { none, wanted, underWay, wantedAgain };
 
   void begin();
-  void end(const Sessions& sessions, const std::optional<platform::Error>& error);
+  void sendNext();
+  void end(const std::optional<platform::Error>& error);
+  void endRun();
 
   platform::Platform& platform_;
   TPLStatusDatabase db_;
@@ -46,7 +55,11 @@ class TPLEventTrackingQueue {
   Run run_ = Run::none;
   std::optional<platform::MonotonicTime> lastSuccessfulUpload_;
 
-  std::unique_ptr<platform::HttpTask> post_;  // used on the queue, and gone before it
+  // Used on the queue.
+  Sessions sent_;      // in the document under way
+  Sessions unmarked_;  // what was delivered and could not be marked: it is not sent again
+  bool isCut_ = false;
+  std::unique_ptr<platform::HttpTask> post_;  // gone before the queue
   platform::TaskScope scope_;
 };
 

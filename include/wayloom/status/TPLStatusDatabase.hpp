@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -8,24 +9,30 @@
 
 #include "wayloom/platform/CLBeacon.hpp"
 #include "wayloom/platform/Time.hpp"
+#include "wayloom/regions/StatusReporter.hpp"
 #include "wayloom/status/TPLBeacon.hpp"
 #include "wayloom/status/TPLBeaconSession.hpp"
+#include "wayloom/storage/DatabaseDump.hpp"
 #include "wayloom/storage/DatabaseQueue.hpp"
 
 namespace wayloom {
 
 namespace storage {
-class BeaconRows;
-}
+class NewRowLimit;
+class UploadLimits;
+}  // namespace storage
 
 // The file "Pulsekeep.sqlite" in the Documents directory: one row for each beacon ever seen, which docs/stores.md
 // describes. Several may work on the file at the same time. Any thread; a failure is told in the log alone, see
 // DatabaseQueue.
 class TPLStatusDatabase {
  public:
+  using Sessions = std::vector<TPLBeaconSession>;
+
   explicit TPLStatusDatabase(platform::Platform& platform);
   ~TPLStatusDatabase();
   static std::unique_ptr<TPLStatusDatabase> withInMemoryDatabase(platform::Platform& platform);
+  static std::string setupDatabasePath(platform::Platform& platform);  // where the first one keeps its file
 
   // Nothing for a database in memory.
   const std::optional<std::string>& databasePath() const { return databasePath_; }
@@ -35,6 +42,8 @@ class TPLStatusDatabase {
   std::optional<TPLBeaconSession> rangedBeacon(const TPLBeacon& beacon);
   // The same for all beacons of a ranging, in one transaction.
   void rangedBeacons(std::span<const platform::CLBeacon> beacons);
+  // From now on rangedBeacons() makes new rows of other beacons for 20 000 at once and 2 000 an hour only.
+  void setListedBeacons(StatusReporter::IsListed isListed);
 
   bool beaconExists(const TPLBeacon& beacon) { return sessionForBeacon(beacon).has_value(); }
   std::optional<TPLBeaconSession> sessionForBeacon(const TPLBeacon& beacon);
@@ -44,9 +53,11 @@ class TPLStatusDatabase {
   // The beacons never reported, and those for which SQLite's datetime() puts the time of the last sighting after the
   // time of the last report. It reads the stored seconds as Julian days, and those of our times as no date at all: what
   // has been reported once is not due again.
-  std::vector<TPLBeaconSession> beaconSessionsToBeUploaded();
+  Sessions beaconSessionsToBeUploaded();
+  // As many of them as the limits have room for, which are lessened.
+  Sessions beaconSessionsToBeUploaded(storage::UploadLimits& limits, const Sessions& except);
   void markBeaconSessionAsUploaded(const TPLBeaconSession& session);
-  void markBeaconSessionsAsUploaded(const std::vector<TPLBeaconSession>& sessions);
+  Sessions markBeaconSessionsAsUploaded(const Sessions& sessions);  // returns those that could not be marked
 
   // The current row of a query for all columns.
   static TPLBeaconSession beaconSessonFromResultSet(const storage::ResultSet& rows);
@@ -55,13 +66,12 @@ class TPLStatusDatabase {
 
   // Prints the sessions on standard output, the newest rows first.
   void dumpDatabaseToConsole();
-  // The same as a text, of any connection.
-  static std::string dump(storage::DatabaseConnection& connection);
+  // The same of any connection, line by line.
+  static void dump(storage::DatabaseConnection& connection, const storage::TextSink& sink);
 
  private:
   TPLStatusDatabase(platform::Platform& platform, std::optional<std::string> path);
-  static std::string setupDatabasePath(platform::Platform& platform);
-  void note(storage::DatabaseConnection& connection, const platform::CLBeacon& beacon);
+  bool mayBeNew(const platform::BeaconIdentity& beacon);
   bool insert(storage::DatabaseConnection& connection, const TPLBeacon& beacon);
   platform::CalendarTime now() const;
 
@@ -69,9 +79,9 @@ class TPLStatusDatabase {
   const std::optional<std::string> databasePath_;
   storage::DatabaseQueue databaseQueue_;
 
-  // What rangedBeacons() remembers of the file; used within transactions only.
-  std::unique_ptr<storage::BeaconRows> rows_;
-  std::uint64_t rowsStamp_ = 0;  // of the connection, when they were read; 0: read them again
+  std::mutex listMutex_;  // for the two below
+  StatusReporter::IsListed isListed_;
+  std::unique_ptr<storage::NewRowLimit> newBeacons_;
 };
 
 }  // namespace wayloom

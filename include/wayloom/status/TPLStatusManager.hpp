@@ -19,8 +19,8 @@
 
 namespace wayloom {
 
-// Any thread, except that starting and stopping the watchdog want one at a time. Destruction cancels an upload that is
-// under way; its rows stay due.
+// Any thread, except that starting and stopping the watchdog want one at a time. An upload that is under way at
+// destruction ends and marks its rows; destroying the Platform cancels it, and its rows stay due.
 class TPLStatusManager : public StatusReporter {
  public:
   // The configuration holds the "url" and the "token" of the status server. The watchdog starts at once.
@@ -37,6 +37,8 @@ class TPLStatusManager : public StatusReporter {
   void rangedBeacon(const TPLBeacon& beacon);
   void rangedBeacon(const platform::CLBeacon& beacon) override { rangedBeacon(TPLBeacon::beaconWithCLBeacon(beacon)); }
   void rangedBeacons(std::span<const platform::CLBeacon> beacons) override;
+  // Without it every beacon ranged is written down, see TPLStatusDatabase.
+  void setListedBeacons(IsListed isListed) override;
 
   void bufferedUpload();
   // Whether no upload has succeeded yet, or the last did more than the threshold ago.
@@ -50,15 +52,16 @@ class TPLStatusManager : public StatusReporter {
   void stopTimedUpload();
 
   TPLStatusDatabase& db() { return *db_; }
-  TPLEventTrackingQueue& eventTracker() { return eventTracker_; }
+  TPLEventTrackingQueue& eventTracker() { return *eventTracker_; }
 
  private:
   void setupWatchdogQueue();
 
   platform::Platform& platform_;
+  const platform::Json config_;
   std::unique_ptr<TPLStatusDatabase> db_;
   const std::int32_t uploadThresholdSeconds_ = 30;
-  TPLEventTrackingQueue eventTracker_;
+  std::unique_ptr<TPLEventTrackingQueue> eventTracker_;
   std::unique_ptr<platform::TaskQueue> watchdogQueue_;
   std::unique_ptr<platform::Timer> uploadWatchdog_;
   platform::TaskScope scope_;

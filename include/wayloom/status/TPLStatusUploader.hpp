@@ -20,6 +20,8 @@ class TPLStatusUploader {
   // A URL that is malformed counts as none.
   TPLStatusUploader(platform::Platform& platform, std::optional<std::string> url, std::optional<std::string> token);
 
+  const std::optional<std::string>& url() const { return url_; }
+  TPLAPIRequest& api() { return api_; }
   bool haveURL() const;  // says so in the log when there is none
 
   // Blocks until the server has answered; an error when it has not. Without a URL or sessions there is nothing to send,

@@ -30,7 +30,8 @@ class DatabaseConnection {
   enum class Access { readWrite, readOnly };
 
   // Without a path, a database in memory. With readWrite a missing file is made. A read-only connection never changes
-  // the file, and reads it in a directory that can't be written, too.
+  // the file, and reads it in a directory that can't be written, too, together with its write-ahead log; there it takes
+  // no locks, so nobody may write meanwhile.
   explicit DatabaseConnection(const std::optional<std::string>& path, Access access = Access::readWrite);
   ~DatabaseConnection();
   DatabaseConnection(const DatabaseConnection&) = delete;
@@ -54,18 +55,14 @@ class DatabaseConnection {
   const std::optional<DatabaseError>& error() const;
   void forgetError();
 
-  // Another number as soon as another connection has changed the database, or this one has taken back a transaction:
-  // what was remembered of the rows no longer holds. No two connections share one. Inside a transaction it speaks of
-  // what that transaction sees.
-  std::uint64_t stamp();
-
   // How long a statement waits for a lock that another connection holds; at first not at all.
   void setPatience(platform::Duration patience);
   // The number of pages in the write-ahead log after the last commit of this connection. Counting them replaces
   // SQLite's own checkpoints: whoever counts must call checkpoint().
   void countLogPages();
   int logPages() const;
-  // Moves what is in the write-ahead log into the database file, as far as no reader is in the way.
+  // Moves what is in the write-ahead log into the database file, as far as no reader is in the way. True when nothing
+  // is left: then the next transaction that writes begins the log anew.
   bool checkpoint();
   // Whether the path leads to another file by now, or to none.
   bool hasMoved() const;
