@@ -4,7 +4,9 @@
 
 #include "wayloom/analytics/TGFAnalyticsEvent.hpp"
 #include "wayloom/maps/TWLMapConfigRepo.hpp"
+#include "wayloom/positioning/RefinedPositions.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
+#include "wayloom/regions/TGFNotifications.hpp"
 #include "wayloom/view/TWLMapView.hpp"
 
 #include "backends/sim/TellingManager.hpp"
@@ -34,6 +36,9 @@ struct Replayer::World {
   SimOptions worldOptions(const ReplayOptions& options, platform::CalendarTime start);
   void observe(const ReplayOptions& options);
   void showView(const ReplayOptions& options);
+  void refine();
+  void gather(const TGFBeaconList& beacons);
+  void tellRefined();
   void loadMap();
   void pass(const RecordedEvent& event);
   void hand(const RecordedEvent& event);
@@ -45,6 +50,10 @@ struct Replayer::World {
   SimPlatform sim;
   std::unique_ptr<TellingManager<const World>> manager;
   std::unique_ptr<TWLMapView> view;
+  std::unique_ptr<RefinedPositions> refined;
+  std::unique_ptr<platform::NotificationCenter::Observation> rangings;
+  std::optional<platform::MonotonicTime> gathered;  // the instant of the rangings that wait for the others of it
+  double gatheredT = 0.0;
   std::string mapToShow;  // until the catalogue has it
 };
 
@@ -54,6 +63,7 @@ Replayer::World::World(const ReplayOptions& options, const RecordedEvent& first,
   listener->began(sim);
   observe(options);
   if (!options.viewMap.empty()) showView(options);
+  if (options.refined) refine();
 }
 
 Replayer::World::~World() { listener = nullptr; }
@@ -92,6 +102,33 @@ void Replayer::World::showView(const ReplayOptions& options) {
   SimWidgetFactory::enterWindow(view->view(), 400, 700);
 }
 
+// The position for an instant waits until time goes on: several lines, and several regions of a tick, may belong to it.
+void Replayer::World::refine() {
+  refined = std::make_unique<RefinedPositions>(sim.platform());
+  rangings = sim.platform().notificationCenter().addObserver(
+      TGFManagerDidRangeBeaconsInRegionNotification, &manager->gfManager(),
+      [this](const platform::Notification& notification) {
+        if (const auto* beacons = notification.userInfo.get<TGFBeaconList>(TGFManagerNotificationBeaconsKey))
+          gather(*beacons);
+      });
+}
+
+void Replayer::World::gather(const TGFBeaconList& beacons) {
+  const auto instant = sim.time().now();
+  if (gathered && *gathered != instant) tellRefined();
+  refined->setKit(manager->gfManager().kit());
+  refined->ranged(beacons, instant);
+  gathered = instant;
+  gatheredT = now();
+}
+
+void Replayer::World::tellRefined() {
+  if (!gathered) return;
+  const auto instant = *std::exchange(gathered, std::nullopt);
+  const auto* position = refined->update(instant);
+  if (position != nullptr && listener != nullptr) listener->refined(gatheredT, *position);
+}
+
 void Replayer::World::loadMap() {
   if (mapToShow.empty()) return;
   const auto map = TWLMapConfigRepo::sharedRepo(sim.platform()).forMapId(mapToShow);
@@ -102,6 +139,7 @@ void Replayer::World::loadMap() {
 
 void Replayer::World::pass(const RecordedEvent& event) {
   auto& time = sim.time();
+  if (event.time > lineTime) tellRefined();
   lineT = event.t;
   lineTime = event.time;
   loadMap();
@@ -154,8 +192,13 @@ void Replayer::deliver(const RecordedEvent& event) {
   world_->pass(event);
 }
 
+void Replayer::finish() {
+  if (world_) world_->tellRefined();
+}
+
 std::optional<RecordingError> Replayer::run(RecordingReader& reader) {
   while (const auto* event = reader.next()) deliver(*event);
+  finish();
   if (reader.error()) return reader.error();
   if (!world_) return RecordingError{0, "there is no event in it"};
   return std::nullopt;

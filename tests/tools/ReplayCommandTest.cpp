@@ -1,4 +1,5 @@
 // The replay command as its users run it: golden recordings, restarts, hostile input, exit statuses.
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
@@ -51,6 +52,27 @@ TEST(ReplayCommand, printsWhatWasWorkedOutByHand) {
     const auto outcome = runShell(kReplay + options + kData + name + ".jsonl");
     EXPECT_EQ(outcome.status, 0) << name;
     EXPECT_EQ(withoutLogsAndElections(outcome.output), contentOf(kData + name + ".expected")) << name;
+  }
+}
+
+// Refined positions are told once an instant, also when its regions come in lines of their own, and what was printed
+// without them stays as it was.
+TEST(ReplayCommand, addsRefinedPositionsOnly) {
+  for (const std::string name : {"lag-and-dwell", "expiry", "regions"}) {
+    const auto plain = runShell(kReplay + "--events all " + kData + name + ".jsonl");
+    const auto refined = runShell(kReplay + "--refined --events all " + kData + name + ".jsonl");
+    ASSERT_EQ(refined.status, 0) << name;
+    std::istringstream lines(refined.output);
+    std::string others;
+    std::vector<std::string> instants;
+    for (std::string line; std::getline(lines, line);)
+      if (line.find(R"("event":"refined")") == line.npos)
+        others += line + "\n";
+      else
+        instants.push_back(line.substr(0, line.find(',')));
+    EXPECT_EQ(others, plain.output) << name;
+    EXPECT_FALSE(instants.empty()) << name;
+    EXPECT_EQ(std::adjacent_find(instants.begin(), instants.end()), instants.end()) << name;
   }
 }
 

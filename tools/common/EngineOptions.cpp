@@ -16,6 +16,7 @@ void EngineOptions::addTo(Arguments command) {
       .showsDefault();
   command.add("--use-own-distance", useOwnDistance,
               "Compare distances computed from averaged signals instead of those that rangings state");
+  command.add("--refined", refined, "Print refined positions, too: metres between beacons, from the same rangings");
 }
 
 }  // namespace wayloom::tools

@@ -13,6 +13,7 @@ struct EngineOptions {
   std::string documents;
   std::string events = "location";
   bool useOwnDistance = false;
+  bool refined = false;
 
   void addTo(Arguments command);
   bool printsAll() const { return events == "all"; }

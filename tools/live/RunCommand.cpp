@@ -6,6 +6,7 @@
 
 #include "wayloom/linux/LinuxLocationServices.hpp"
 #include "wayloom/linux/LinuxPlatform.hpp"
+#include "wayloom/positioning/RefinedPositionUpdates.hpp"
 #include "wayloom/positioning/TWLLocationTracker.hpp"
 #include "wayloom/posix/PosixClocks.hpp"
 #include "wayloom/sim/CallbackLogSink.hpp"
@@ -95,6 +96,10 @@ class Run {
     if (options_.engine.printsAll())
       tracker.setElectionObserver(
           [this](const ElectionTrace& trace) { shown_.tell(&sim::ReplayListener::elected, trace); });
+    if (options_.engine.refined)
+      refined_ = std::make_unique<RefinedPositionUpdates>(
+          *platform_, *manager_,
+          [this](const RefinedPosition& position) { shown_.tell(&sim::ReplayListener::refined, position); });
     manager_->updateMaps();
     if (options_.geolocation) manager_->startGeolocation();
     loop_.run(options_.live.seconds);
@@ -136,6 +141,7 @@ class Run {
   std::shared_ptr<linux_::LinuxLocationServices> location_;
   std::unique_ptr<platform::Platform> platform_;
   std::unique_ptr<sim::TellingManager<LivePrinter>> manager_;
+  std::unique_ptr<RefinedPositionUpdates> refined_;
 };
 
 int runLive(const Options& options) {

@@ -89,6 +89,7 @@ sim::ReplayOptions replayOptions(const Options& options, const DocumentsFolder& 
   replay.resourceBundle = posix::libraryResources();
   replay.useOwnDistance = options.engine.useOwnDistance;
   replay.explainElections = options.engine.printsAll();
+  replay.refined = options.engine.refined;
   replay.viewMap = options.viewMap;
   return replay;
 }
@@ -113,6 +114,7 @@ int runLines(const Input& input, sim::Replayer& replayer, ReplayPrinter& printer
     replayer.deliver(*event);
     progress.show(reader.line(), reader.bytesRead());
   }
+  replayer.finish();
   progress.clear();
   if (!printer.flush()) return kSucceeded;  // why, is looked at where all commands end
   if (reader.error()) return report(*reader.error(), input, printer);

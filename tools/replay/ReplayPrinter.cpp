@@ -57,6 +57,21 @@ void ReplayPrinter::located(double t, const TWLMapLocationPtr& location) {
   end();
 }
 
+void ReplayPrinter::refined(double t, const RefinedPosition& position) {
+  auto& text = begin(t, "refined");
+  if (position.map)
+    text.member("map_id", position.map->mapId())
+        .member("x", position.pixels.x)
+        .member("y", position.pixels.y)
+        .member("radius_m", position.radius)
+        .member("map_probability", position.mapProbability)
+        .member("beacon", position.beacon->text())
+        .member("beacon_probability", position.beaconProbability);
+  else
+    text.key("map_id").null();
+  end();
+}
+
 void ReplayPrinter::synced(double t) {
   if (!printsAll_) return;
   begin(t, "sync");

@@ -39,6 +39,7 @@ class ReplayPrinter : public sim::ReplayListener {
   void logged(double t, sim::LogChannel channel, std::string_view line) override;
   void scripted(double t, std::string_view script) override;
   void elected(double t, const ElectionTrace& trace) override;
+  void refined(double t, const RefinedPosition& position) override;
 
  private:
   struct Attributes {

@@ -16,6 +16,7 @@
 
 #include "wayloom/platform/HttpClient.hpp"
 #include "wayloom/positioning/ElectionTrace.hpp"
+#include "wayloom/positioning/RefinedPosition.hpp"
 #include "wayloom/positioning/TWLManager.hpp"
 #include "wayloom/sim/RecordedEvent.hpp"
 #include "wayloom/sim/RecordingReader.hpp"
@@ -51,6 +52,8 @@ class ReplayListener {
   virtual void scripted(double t, std::string_view script) {}
   // Only with ReplayOptions::explainElections. Comes after the position: a ranging is weighed when it has been told.
   virtual void elected(double t, const ElectionTrace&) {}
+  // Only with ReplayOptions::refined: once for each instant of rangings, when it is over; `t` is that instant's.
+  virtual void refined(double t, const RefinedPosition&) {}
 };
 
 struct ReplayOptions {
@@ -60,6 +63,7 @@ struct ReplayOptions {
   // Compare the beacons' own distances instead of the platform's accuracies.
   bool useOwnDistance = false;
   bool explainElections = false;
+  bool refined = false;  // find refined positions, too
   // Shows this map in a view on the simulated screen, as soon as the catalogue has it; empty: no view.
   std::string viewMap{};
   // As in SimOptions; leaves the screen alone when there is a view.
@@ -77,7 +81,10 @@ class Replayer {
   // throw on construction.
   void deliver(const RecordedEvent& event);
 
-  // Delivers all events of a recording. The error of a malformed line, or of a recording without events.
+  // Tells what waited for the end of the last event's instant. Deliver no event of that instant afterwards.
+  void finish();
+
+  // Delivers all events of a recording, and finishes. The error of a malformed line, or of a recording without events.
   std::optional<RecordingError> run(RecordingReader& reader);
 
   // Null before the first event.
