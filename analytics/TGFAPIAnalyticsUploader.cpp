@@ -29,6 +29,7 @@ void TGFAPIAnalyticsUploader::uploadBeaconRegionsAndGeoRegionsAndEvents(const Js
 }
 
 void TGFAPIAnalyticsUploader::uploadBody(std::string body, Handler handler) {
+  const platform::TaskScope::Guard guard(scope_);  // the handler may be called at once
   if (!url_) {
     TGFLogger::log(platform_, TGFLogLevel::info, "No GFAnalyticsURL set in Geofold.plist, skipping upload");
     return handler(false);

@@ -104,6 +104,7 @@ class LastCall {
       end();
     } else if (world_.isReal()) {
       inside_ = true;
+      while (!ending_) std::this_thread::yield();
       std::this_thread::sleep_for(std::chrono::milliseconds(3));
       inside_ = false;
     } else {
@@ -126,6 +127,7 @@ class LastCall {
   void endFromOutside() {
     while (!inside_ && !abandoned_) std::this_thread::yield();
     if (abandoned_) return;
+    ending_ = true;
     end();
     EXPECT_FALSE(inside_) << "its end did not wait for the call";
   }
@@ -135,7 +137,7 @@ class LastCall {
   std::function<void()> end_;
   std::thread another_;
   std::unique_ptr<platform::Timer> timer_;
-  std::atomic<bool> begun_ = false, inside_ = false, gone_ = false, abandoned_ = false;
+  std::atomic<bool> begun_ = false, inside_ = false, ending_ = false, gone_ = false, abandoned_ = false;
 };
 
 }  // namespace wayloom::test

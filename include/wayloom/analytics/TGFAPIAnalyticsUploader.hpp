@@ -5,6 +5,7 @@
 #include <string>
 
 #include "wayloom/platform/Json.hpp"
+#include "wayloom/platform/TaskScope.hpp"
 #include "wayloom/regions/TGFAPIRequest.hpp"
 
 namespace wayloom {
@@ -42,6 +43,7 @@ class TGFAPIAnalyticsUploader {
   platform::Platform& platform_;
   const std::optional<std::string> url_;
   TGFAPIRequest api_;
+  platform::TaskScope scope_;
 };
 
 }  // namespace wayloom
