@@ -37,7 +37,7 @@ constexpr double kBesideBeacons = 0.85;   // metres: the device is among the bea
 constexpr double kRadiusVariance = 1.0;  // square metres
 constexpr double kOfSpread = 0.01;
 constexpr double kOfSquare = 1.5;
-constexpr double kOfFourthPower = 0.1;  // for each square metre
+constexpr double kOfFourthPower = 0.1;   // for each square metre
 constexpr double kFarthestBeacon = 6.0;  // metres
 
 double squared(double value) { return value * value; }

@@ -83,8 +83,7 @@ HttpResponse VenueHttpServer::answer(const HttpRequest& request) const {
   const auto path = venue_->fileFor(request.url);
   auto content = path.empty() ? std::nullopt : files_->readFile(path);
   if (!content) return emptyAnswer(404);
-  if (content->size() > request.maximumBody)
-    return failure(platform::kHttpAnswerTooLarge, "The response is too large");
+  if (content->size() > request.maximumBody) return failure(platform::kHttpAnswerTooLarge, "The response is too large");
   HttpResponse response;
   response.status = 200;
   response.headers = {{"Content-Length", std::to_string(content->size())}};

@@ -26,8 +26,8 @@ struct RecordingError {
 
 // Not thread-safe. Lines are trusted in nothing: a malformed one ends the reading with an error. Malformed is what is
 // no JSON object, lacks a member that its type needs, has one of another type, or whose time is out of range, before an
-// earlier line's or more than a year after the first one's. Blank lines are skipped, unknown members and types are not looked at. A
-// number that only has to be within bounds (a signal strength) is bounded.
+// earlier line's or more than a year after the first one's. Blank lines are skipped, unknown members and types are not
+// looked at. A number that only has to be within bounds (a signal strength) is bounded.
 class RecordingReader {
  public:
   // Fills the span with the next bytes and returns how many; 0 at the end, negative when they can't be read.
