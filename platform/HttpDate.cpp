@@ -85,8 +85,8 @@ struct Written {
   int year() const { return static_cast<int>(date.year()); }
   unsigned month() const { return static_cast<unsigned>(date.month()); }
   unsigned dayOfMonth() const { return static_cast<unsigned>(date.day()); }
-  std::array<char, 10> time() const {
-    std::array<char, 10> text{};
+  std::array<char, 16> time() const {
+    std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "%02d:%02d:%02d", static_cast<int>(clock.hours().count()),
                   static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()));
     return text;
