@@ -143,7 +143,8 @@ class Store : public Keeper {
   std::unique_ptr<storage::DatabaseQueue> open() {
     constexpr auto kSchema =
         "create table if not exists numbers (n integer); create table if not exists schema_version (version integer);";
-    return std::make_unique<storage::DatabaseQueue>(world_.platform(), path_, kSchema);
+    return std::make_unique<storage::DatabaseQueue>(world_.platform(), path_,
+                                                    storage::DatabaseQueue::Schema{.tables = kSchema});
   }
 
   bool insert(storage::DatabaseQueue& queue) {
