@@ -217,6 +217,7 @@ void TGFManager::finishSync(const std::optional<Error>& error, std::optional<Jso
     handler = didSyncBlock_;
   }
   if (handler) handler(error ? BackgroundFetchResult::failed : BackgroundFetchResult::newData);
+  if (!guard) return;
   tell(delegate_, [&](TGFManagerDelegate& delegate) {
     if (error)
       delegate.geofoldDidFailWithError(*this, *error);
