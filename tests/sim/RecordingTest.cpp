@@ -19,7 +19,8 @@ std::string beacon(const std::string& rest) {
   return R"({"uuid":")" + kUuid + R"(","major":1,"minor":4,)" + rest + "}";
 }
 std::string ranging(double t, const std::string& beacons) {
-  return R"({"t":)" + std::to_string(t) + R"(,"type":"ranging",)" + kRegion + R"(,"beacons":[)" + beacons + "]}\n";
+  return R"({"t":)" + platform::Json(t).dump() + R"(,"type":"ranging",)" + kRegion + R"(,"beacons":[)" + beacons +
+         "]}\n";
 }
 
 // "LINE: reason" of the error, or the number of events when there is none.
