@@ -28,6 +28,7 @@ def write_bundle(folder, kit_url, analytics_url):
     settings = {'GFKitURL': kit_url, 'GFAPIToken': 'secret', 'GFAnalyticsURL': analytics_url}
     (folder / 'Geofold.plist').write_text(property_list(settings))
     (folder / 'Wayloom.plist').write_text(property_list(settings))
+    (folder / 'map_config.json').write_text('{}')
 
 
 def kit(status_url):

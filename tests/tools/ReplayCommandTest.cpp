@@ -58,7 +58,7 @@ TEST(ReplayCommand, printsWhatWasWorkedOutByHand) {
 // Refined positions are told once an instant, also when its regions come in lines of their own, and what was printed
 // without them stays as it was.
 TEST(ReplayCommand, addsRefinedPositionsOnly) {
-  for (const std::string name : {"lag-and-dwell", "expiry", "regions"}) {
+  for (const std::string name : {"lag-and-dwell", "expiry", "own-distance"}) {
     const auto plain = runShell(kReplay + "--events all " + kData + name + ".jsonl");
     const auto refined = runShell(kReplay + "--refined --events all " + kData + name + ".jsonl");
     ASSERT_EQ(refined.status, 0) << name;
