@@ -203,7 +203,7 @@ TEST(Commands, tellWhatOfAVenueCannotBeUsed) {
       {"bundle/Wayloom.plist", "-", {replay, evaluate, serve, update}, "Wayloom.plist: is missing"},
       {"bundle/Info.plist", sim::propertyList(""), {replay, evaluate}, "NSLocationAlwaysUsageDescription"},
       {"bundle/map_config.json", "-", {replay, evaluate, simulate}, "map_config.json: can't be read"},
-      {"bundle/map_config.json", "{}", {replay, evaluate, simulate}, "there is no map in it"},
+      {"bundle/map_config.json", "[]", {replay, evaluate, simulate}, "no object with a map"},
       {"radio.json", "{\"beacons\":[]}", {simulate}, "radio.json: there are no \"beacons\" in it"},
       {"documents", "a file", {replay + " --documents " + path + "/documents", update}, "documents: Not a directory"},
       {"documents/x", "", {simulate + " --walk " + path + "/far.json"}, "far.json: the walk takes more than a week"},

@@ -12,7 +12,7 @@ enum class VenuePart {
   addresses,        // bundle/Wayloom.plist; a Geofold.plist beside it must not be broken either
   serverAddresses,  // one of the two will do
   usage,            // bundle/Info.plist, which says what locations are for
-  builtInMaps,      // bundle/map_config.json, with a map
+  builtInMaps,      // bundle/map_config.json; it may know no map, the server does then
   kit               // server/kit.json
 };
 
