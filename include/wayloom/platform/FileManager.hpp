@@ -24,7 +24,7 @@ class FileManager {
   virtual std::optional<Error> writeFile(const std::string& path, std::string_view bytes) = 0;
   // Temporary file in the same directory, then rename: readers see the old or the new file, never a part.
   virtual std::optional<Error> writeFileAtomically(const std::string& path, std::string_view bytes) = 0;
-  virtual std::optional<Error> removeFile(const std::string& path) = 0;
+  virtual std::optional<Error> removeFile(const std::string& path) = 0;  // a directory: with all that it holds
   // Fails when `to` exists. The copy keeps the modification date; it is whole on the disk before it has its name.
   virtual std::optional<Error> copyFile(const std::string& from, const std::string& to) = 0;
   virtual std::optional<Error> moveFile(const std::string& from, const std::string& to) = 0;  // fails when `to` exists

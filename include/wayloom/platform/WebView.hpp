@@ -10,8 +10,11 @@ namespace wayloom::platform {
 
 // A page to load, never from a cache.
 struct PageRequest {
-  std::string address;                         // a file: URL, or the absolute path of a file as plain text
-  Duration timeout = std::chrono::seconds(5);  // until the page has been loaded with all that it refers to
+  // The absolute path of a file as plain text, or a file: URL, behind whose "?" come names and values in plain text:
+  // the web view escapes what a URL can't hold there, and tells the page that unescaping gives the text ("#escaped").
+  std::string address;
+  // Until the page begins to arrive. What it takes to draw it, which for a large plan may be long, is another matter.
+  Duration timeout = std::chrono::seconds(5);
 };
 
 class WebViewDelegate {
