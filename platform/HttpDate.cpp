@@ -75,9 +75,10 @@ seconds zoneOffset(Reader& reader) {
 // A point of time as people write it, in UTC.
 struct Written {
   explicit Written(CalendarTime time)
-      : day(std::chrono::floor<std::chrono::days>(std::chrono::sys_time<Duration>(time.time_since_epoch()))),
-        date(day),
-        clock(std::chrono::floor<seconds>(std::chrono::sys_time<Duration>(time.time_since_epoch()) - day)) {}
+      : Written(std::chrono::sys_seconds(std::chrono::floor<seconds>(time.time_since_epoch()))) {}
+  // From whole seconds: the first day that there is begins before the first nanosecond.
+  explicit Written(std::chrono::sys_seconds time)
+      : day(std::chrono::floor<std::chrono::days>(time)), date(day), clock(time - day) {}
   std::chrono::sys_days day;
   std::chrono::year_month_day date;
   std::chrono::hh_mm_ss<seconds> clock;

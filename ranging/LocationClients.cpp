@@ -32,7 +32,8 @@ std::optional<FixRequest> LocationClients::fixRequest(std::optional<FixRequest> 
 
 bool LocationClients::tellFix(const platform::CLLocation& fix, platform::MonotonicTime now) {
   bool isTold = false;
-  for (const auto& client : *clients()) {
+  const auto walked = clients();
+  for (const auto& client : *walked) {
     std::unique_lock lock(mutex_);
     const bool isWanted = client->updatesLocation;
     const double distance = client->fixRequest.distanceFilter;

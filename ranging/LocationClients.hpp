@@ -47,7 +47,8 @@ class LocationClients {
   // and go meanwhile.
   template <class Call>
   void tell(Call call) {
-    for (const auto& client : *clients())
+    const auto walked = clients();
+    for (const auto& client : *walked)
       client->delegate.tell([&](auto& delegate) { call(delegate, client->manager); });
   }
 
@@ -57,7 +58,7 @@ class LocationClients {
  private:
   using Clients = std::vector<LocationClientPtr>;
 
-  // Held during a walk, not copied.
+  // To be held during a walk: the list that it walks through may be replaced meanwhile.
   std::shared_ptr<const Clients> clients() const {
     const std::lock_guard lock(mutex_);
     return clients_;
