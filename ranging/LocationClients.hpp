@@ -48,8 +48,7 @@ class LocationClients {
   template <class Call>
   void tell(Call call) {
     const auto walked = clients();
-    for (const auto& client : *walked)
-      client->delegate.tell([&](auto& delegate) { call(delegate, client->manager); });
+    for (const auto& client : *walked) client->delegate.tell([&](auto& delegate) { call(delegate, client->manager); });
   }
 
   // Main thread. Tells a fix to those who update locations and whose filter it passes; whether there were any.
