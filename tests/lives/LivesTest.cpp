@@ -197,12 +197,12 @@ void navigationManager(LifeWorld& world, LastCall& call, const std::string& plac
   std::promise<void> made;  // the engine's first callback waits until the whole object is there
   const auto ready = made.get_future().share();
   for (int i = 0; i < 2 && world.isReal(); ++i) world.tasks().backgroundQueue().async([ready] { ready.wait(); });
+  if (place == "derived synced") world.answer(std::string("GET ") + kKitUrl, kKit);
   auto& manager = holds(call, std::make_unique<DerivedManager>(*world.platform, told));
-  made.set_value();
   manager.startGeolocation();
   if (place == "position") manager.setDelegate(&told);
-  if (place == "derived synced") world.answer(std::string("GET ") + kKitUrl, kKit);
-  if (place.starts_with("derived")) return manager.gfManager().sync();
+  made.set_value();
+  if (place.starts_with("derived")) return;  // from now on the end of its first download may be its own
   world.tasks().mainQueue().async([&, place] {
     if (place.ends_with("listener")) manager.addListener(told);
     if (!call.hasBegun()) world.location->deliverFix({{50.0001, 8.0001}, 3.0, world.platform->calendarClock().now()});
