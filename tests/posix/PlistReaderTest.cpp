@@ -1,3 +1,4 @@
+#include <clocale>
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -17,10 +18,14 @@ std::string xml(const std::string& content) {
          content + "\n</plist>\n";
 }
 
-// The binary form of an XML property list, as another implementation writes it.
+// The binary form of an XML property list, as another implementation writes it, which reads numbers with the locale.
 std::string binary(const std::string& text) {
+  const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  const locale_t before = ::uselocale(plain);
   plist_t list = nullptr;
   plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &list);
+  ::uselocale(before);
+  ::freelocale(plain);
   char* bytes = nullptr;
   std::uint32_t length = 0;
   plist_to_bin(list, &bytes, &length);
